@@ -1,0 +1,65 @@
+// The installer object for Windows 2000 and later. It binds the setup,
+// device, catalog and smart-card functions at run time (installerInit) so the
+// library loads everywhere and a missing function is logged, not fatal.
+#pragma once
+
+#include <string>
+
+#include "drivers/SetupBindings.h"
+#include "frame/CoreInstaller.h"
+#include "frame/Win32.h"
+
+namespace zk {
+
+class Win2KCoreInstaller : public CoreInstaller {
+public:
+    Win2KCoreInstaller();  // raises when installerInit fails
+    ~Win2KCoreInstaller() override;
+
+    void core_install(UINT readers, bool bAddFakeReader, UINT& rebootMode, bool bMinimalHw) override;
+    void core_uninstall(UINT uiLevel, UINT& rebootMode, bool bMinimalHw, bool bMsi) override;
+    void core_force_clearance_uninstall(bool bMsi, UINT& rebootIndicator, UINT reserved) override;
+    void core_add_readers(UINT count, UINT& rebootMode) override;
+    void core_remove_readers(UINT count, UINT& rebootMode) override;
+
+    // Loads the system libraries and binds the entry points; 1 when every
+    // required one is there. Releases everything again on failure.
+    int installerInit();
+    // Releases the service manager and the libraries.
+    void installerFinal();
+
+    void printError(const std::string& method) const;
+
+    // Bound state (null until installerInit), readable by the operations and tests.
+    ServiceHandle m_hSCManager;
+    Module m_hNewdev;
+    Module m_hCfgmgr32;
+    Module m_hSetupapi;
+    Module m_hWinscard;
+    Module m_hWintrust;
+
+    UpdateDriverForPlugAndPlayDevicesA_t m_UpdateDriverForPlugAndPlayDevicesA = nullptr;
+    SetupCopyOEMInfA_t m_SetupCopyOEMInfA = nullptr;
+    CMP_WaitNoPendingInstallEvents_t m_CMP_WaitNoPendingInstallEvents = nullptr;
+    SCardEstablishContext_t m_SCardEstablishContext = nullptr;
+    SCardListReadersA_t m_SCardListReadersA = nullptr;
+    SCardReleaseContext_t m_SCardReleaseContext = nullptr;
+    InstallHinfSectionW_t m_InstallHinfSectionW = nullptr;
+    SetupUninstallOEMInfW_t m_SetupUninstallOEMInfW = nullptr;
+
+    CryptCATAdminAcquireContext_t m_CryptCATAdminAcquireContext = nullptr;
+    CryptCATAdminCalcHashFromFileHandle_t m_CryptCATAdminCalcHashFromFileHandle = nullptr;
+    CryptCATAdminEnumCatalogFromHash_t m_CryptCATAdminEnumCatalogFromHash = nullptr;
+    CryptCATAdminReleaseContext_t m_CryptCATAdminReleaseContext = nullptr;
+    CryptCATEnumerateMember_t m_CryptCATEnumerateMember = nullptr;
+    CryptCATCatalogInfoFromContext_t m_CryptCATCatalogInfoFromContext = nullptr;
+    CryptCATAdminAddCatalog_t m_CryptCATAdminAddCatalog = nullptr;
+    CryptCATAdminReleaseCatalogContext_t m_CryptCATAdminReleaseCatalogContext = nullptr;
+    CryptCATAdminRemoveCatalog_t m_CryptCATAdminRemoveCatalog = nullptr;
+
+private:
+    bool bindRequiredLibraries();
+    void bindCatalogFunctions();
+};
+
+}  // namespace zk

@@ -1,0 +1,54 @@
+#include "frame/FileInfo.h"
+
+#include <vector>
+
+#include "frame/Logger.h"
+
+namespace zk {
+
+int getFileVersion(const std::string& path, DWORD& major, DWORD& minor, DWORD& build, DWORD* revision) {
+    major = minor = build = 0;
+    DWORD ignored = 0;
+    DWORD size = GetFileVersionInfoSizeA(path.c_str(), &ignored);
+    if (size == 0) {
+        logPlain("getFileVersion():: failure in GetFileVersionInfoSize");
+        return 0;
+    }
+    std::vector<char> block(size);
+    if (!GetFileVersionInfoA(path.c_str(), 0, size, block.data())) {
+        logPlain("getFileVersion():: failure in GetFileVersionInfo");
+        return 0;
+    }
+    VS_FIXEDFILEINFO* info = nullptr;
+    UINT len = 0;
+    if (!VerQueryValueA(block.data(), "\\", reinterpret_cast<void**>(&info), &len) || !info ||
+        len < sizeof(VS_FIXEDFILEINFO)) {
+        logPlain("getFileVersion():: failure in VerQueryValue");
+        return 0;
+    }
+    major = HIWORD(info->dwFileVersionMS);
+    minor = LOWORD(info->dwFileVersionMS);
+    build = HIWORD(info->dwFileVersionLS);
+    if (revision) *revision = LOWORD(info->dwFileVersionLS);
+    return 1;
+}
+
+bool IsFileExist(const std::string& path) {
+    static const char* const op = "IsFileExist";
+    logEntry(op) << " file=" << path;
+    bool exists = GetFileAttributesA(path.c_str()) != INVALID_FILE_ATTRIBUTES;
+    if (!exists) {
+        DWORD err = GetLastError();
+        if (err == ERROR_FILE_NOT_FOUND) {
+            LogLine(Level::Err, op) << "ERROR_FILE_NOT_FOUND file=" << path;
+        } else {
+            LogLine(Level::Err, op) << "GetFileAttributes, (\"Installation failed\" messageBox) file=" << path
+                                    << " failed 0x" << hex(err);
+        }
+        SetLastError(err);
+    }
+    logExit(op) << "bExist=" << exists;
+    return exists;
+}
+
+}  // namespace zk

@@ -1,0 +1,36 @@
+// Reads what the library appended to zKCoreInst.log since a mark.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace zktest {
+
+class LogCapture {
+public:
+    LogCapture();  // marks the current end of the log
+    // Lines written since the mark, without the "(ThID:n): " prefix and with
+    // every timestamp replaced by "<time>".
+    std::vector<std::string> lines() const;
+    // Raw bytes written since the mark (CR LF line ends, thread prefixes).
+    std::string raw() const;
+    // True when `wanted` appear in this order (other lines may stand between).
+    bool hasInOrder(const std::vector<std::string>& wanted) const;
+    bool has(const std::string& line) const;
+    // Number of lines equal to `line`.
+    int count(const std::string& line) const;
+    // Lines as one text, for failure messages.
+    std::string dump() const;
+
+private:
+    long long start_;
+};
+
+std::string logFilePath();
+long long fileSize(const std::string& path);
+std::string readFileFrom(const std::string& path, long long offset);
+// Removes "(ThID:n): " from the front of a log line.
+std::string stripThread(const std::string& line);
+std::string normalizeTime(const std::string& line);
+
+}  // namespace zktest

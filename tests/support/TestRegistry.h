@@ -1,0 +1,24 @@
+// Registry helpers for tests (64-bit view).
+#pragma once
+
+#include <windows.h>
+
+#include <optional>
+#include <string>
+
+namespace zktest {
+
+inline constexpr const char* kFlagKey = "Software\\Brevant\\Zenkey\\MIDDLEWARE\\Install";
+
+void deleteTree(HKEY root, const std::string& path);
+// A volatile key: no ordinary (non-volatile) key can be created below it.
+void createVolatileKey(HKEY root, const std::string& path);
+bool keyExists(HKEY root, const std::string& path);
+std::optional<DWORD> readDword(HKEY root, const std::string& path, const std::string& name);
+std::optional<std::string> readString(HKEY root, const std::string& path, const std::string& name);
+void writeDword(HKEY root, const std::string& path, const std::string& name, DWORD value);
+void writeString(HKEY root, const std::string& path, const std::string& name, const std::string& value);
+// Writes a value of any type and size (e.g. a 2-byte REG_BINARY under a DWORD's name).
+void writeRaw(HKEY root, const std::string& path, const std::string& name, DWORD type, const std::string& bytes);
+
+}  // namespace zktest
