@@ -1,0 +1,97 @@
+// Editing the cached package of an older release so that its own uninstall
+// leaves alone what the new release shares with it.
+#include "frame/Exception.h"
+#include "frame/Logger.h"
+#include "msi/msiWrapper.h"
+
+namespace zk {
+namespace {
+
+// The older release whose launch condition blocks its own removal.
+constexpr const char* kMrv350ProductCode = "{6B0D2F17-94C3-4A8E-B215-0E7F3D9C5A61}";
+
+}  // namespace
+
+UINT msiWrapper::executeDb(MSIHANDLE hDatabase, const char* sql) {
+    static const char* const op = "msiWrapper::executeDb";
+    if (!ready(op, op)) return kGeneralFailure;
+    const char* text = sql ? sql : "";
+    MsiHandleOwner view(*this);
+    UINT rv = m_MsiDatabaseOpenViewA(hDatabase, text, view.put());
+    if (rv == ERROR_SUCCESS) rv = m_MsiViewExecute(view.get(), 0);
+    LogLine(Level::Trace, op) << "executeDb: " << text << " rv:0x" << hex(rv);
+    return rv;
+}
+
+UINT msiWrapper::editPackage(const char* op, const std::string& path, const std::vector<const char*>& statements) {
+    LogLine(Level::Trace, op) << "localPackage: " << path;
+    MsiHandleOwner db(*this);
+    UINT rv = m_MsiOpenDatabaseA(path.c_str(), MSIDBOPEN_DIRECT, db.put());
+    if (rv != ERROR_SUCCESS) {
+        LogLine(Level::Err, op) << "MsiOpenDatabase " << path << " rv:0x" << hex(rv);
+        return rv;
+    }
+    // Direct mode writes each change as it runs; a failure leaves the
+    // package as far edited as it got.
+    for (const char* sql : statements) {
+        rv = executeDb(db.get(), sql);
+        if (rv != ERROR_SUCCESS) break;
+    }
+    return rv;
+}
+
+UINT msiWrapper::oldMRVModifyPackage(const std::string& path) {
+    static const char* const op = "msiWrapper::oldMRVModifyPackage";
+    if (!ready(op, op)) return kGeneralFailure;
+    LogLine(Level::Trace, op) << "msiWrapper::oldMRVModifyPackage IN";
+    const UINT rv = editPackage(
+        op, path,
+        {"DELETE FROM `CustomAction` WHERE `CustomAction`.`Action`='corecustomdll_uninstall'",
+         "DELETE FROM `File` WHERE `File`.`FileName`='bvsifdh.sys|bvsifdh.sys'",
+         "DELETE FROM `File` WHERE `File`.`FileName`='bvsup.sys|bvsup.sys'"});
+    LogLine(Level::Trace, op) << "msiWrapper::oldMRVModifyPackage OUT 0x" << hex(rv);
+    return rv;
+}
+
+UINT msiWrapper::MRV_3_50_CustomAction(const std::string& path) {
+    static const char* const op = "msiWrapper::MRV_3_50_CustomAction";
+    if (!ready(op, op)) return kGeneralFailure;
+    LogLine(Level::Trace, op) << "msiWrapper::MRV_3_50_CustomAction IN";
+    const UINT rv = editPackage(
+        op, path,
+        {"DELETE FROM `CustomAction` WHERE "
+         "`CustomAction`.`Action`='UnInstall.1F7C3E2A_6D94_4B08_A5E1_3C9B0D7E42F6'"});
+    LogLine(Level::Trace, op) << "msiWrapper::MRV_3_50_CustomAction OUT 0x" << hex(rv);
+    return rv;
+}
+
+UINT msiWrapper::MRV_3_50_RemoveCondition(const std::string& path) {
+    static const char* const op = "msiWrapper::MRV_3_50_RemoveCondition";
+    if (!ready(op, op)) return kGeneralFailure;
+    LogLine(Level::Trace, op) << "msiWrapper::MRV_3_50_RemoveCondition IN";
+    // The installer caches packages read-only.
+    SetFileAttributesA(path.c_str(), FILE_ATTRIBUTE_NORMAL);
+    LogLine(Level::Trace, op) << "SetFileAttributes - Normal";
+    const UINT rv = editPackage(
+        op, path,
+        {"DELETE FROM `LaunchCondition` WHERE `LaunchCondition`.`Condition`='NOT(NEWER_VERSION_EXISTS)'"});
+    LogLine(Level::Trace, op) << "msiWrapper::MRV_3_50_RemoveCondition OUT 0x" << hex(rv);
+    return rv;
+}
+
+UINT msiWrapper::msiRemoveNewerVerCondition(const char* product) {
+    static const char* const op = "msiWrapper::msiRemoveNewerVerCondition";
+    // The name in this message is the one the log readers know.
+    if (!ready(op, "msiWrapper::getPropVal")) return kGeneralFailure;
+    LogLine(Level::Trace, op) << "msiWrapper::msiRemoveNewerVerCondition IN product: " << (product ? product : "");
+    UINT rv = ERROR_SUCCESS;
+    // Only the one release carries the condition; the argument is logged only.
+    for (const std::string& path : getLocalPackage(kMrv350ProductCode)) {
+        rv = MRV_3_50_RemoveCondition(path);
+        LogLine(Level::Trace, op) << "MRV_3_50_RemoveCondition: " << path << " return 0x" << hex(rv);
+    }
+    LogLine(Level::Trace, op) << "msiWrapper::msiRemoveNewerVerCondition OUT rv: 0x" << hex(rv);
+    return rv;
+}
+
+}  // namespace zk
