@@ -12,10 +12,12 @@ void bind(HMODULE m, const char* name, F& fn) {
 
 int g_answer = IDOK;
 std::string g_lastMessage;
+UINT g_lastType = 0;
 int g_messages = 0;
 
-int WINAPI scriptedAnswer(void*, UINT, LPCSTR message) {
+int WINAPI scriptedAnswer(void*, UINT type, LPCSTR message) {
     g_lastMessage = message ? message : "";
+    g_lastType = type;
     ++g_messages;
     return g_answer;
 }
@@ -75,5 +77,6 @@ void TestSession::set(const std::string& name, const std::string& value) {
 
 std::string TestSession::lastMessage() { return g_lastMessage; }
 int TestSession::messageCount() { return g_messages; }
+UINT TestSession::lastType() { return g_lastType; }
 
 }  // namespace zktest

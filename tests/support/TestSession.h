@@ -45,6 +45,8 @@ public:
     // The text of the last message box the scripted handler answered.
     static std::string lastMessage();
     static int messageCount();
+    // The message type (INSTALLMESSAGE_* | MB_* style) of that message box.
+    static UINT lastType();
 
 private:
     MsiHandle handle_ = 0;
