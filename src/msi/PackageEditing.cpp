@@ -24,7 +24,6 @@ UINT msiWrapper::executeDb(MSIHANDLE hDatabase, const char* sql) {
 }
 
 UINT msiWrapper::editPackage(const char* op, const std::string& path, const std::vector<const char*>& statements) {
-    LogLine(Level::Trace, op) << "localPackage: " << path;
     MsiHandleOwner db(*this);
     UINT rv = m_MsiOpenDatabaseA(path.c_str(), MSIDBOPEN_DIRECT, db.put());
     if (rv != ERROR_SUCCESS) {
@@ -44,6 +43,7 @@ UINT msiWrapper::oldMRVModifyPackage(const std::string& path) {
     static const char* const op = "msiWrapper::oldMRVModifyPackage";
     if (!ready(op, op)) return kGeneralFailure;
     LogLine(Level::Trace, op) << "msiWrapper::oldMRVModifyPackage IN";
+    LogLine(Level::Trace, op) << "localPackage: " << path;
     const UINT rv = editPackage(
         op, path,
         {"DELETE FROM `CustomAction` WHERE `CustomAction`.`Action`='corecustomdll_uninstall'",
@@ -57,6 +57,7 @@ UINT msiWrapper::MRV_3_50_CustomAction(const std::string& path) {
     static const char* const op = "msiWrapper::MRV_3_50_CustomAction";
     if (!ready(op, op)) return kGeneralFailure;
     LogLine(Level::Trace, op) << "msiWrapper::MRV_3_50_CustomAction IN";
+    LogLine(Level::Trace, op) << "localPackage: " << path;
     const UINT rv = editPackage(
         op, path,
         {"DELETE FROM `CustomAction` WHERE "
@@ -69,6 +70,7 @@ UINT msiWrapper::MRV_3_50_RemoveCondition(const std::string& path) {
     static const char* const op = "msiWrapper::MRV_3_50_RemoveCondition";
     if (!ready(op, op)) return kGeneralFailure;
     LogLine(Level::Trace, op) << "msiWrapper::MRV_3_50_RemoveCondition IN";
+    LogLine(Level::Trace, op) << "localPackage: " << path;
     // The installer caches packages read-only.
     SetFileAttributesA(path.c_str(), FILE_ATTRIBUTE_NORMAL);
     LogLine(Level::Trace, op) << "SetFileAttributes - Normal";
