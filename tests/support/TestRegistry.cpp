@@ -79,6 +79,17 @@ void writeDword(HKEY root, const std::string& path, const std::string& name, DWO
     writeRaw(root, path, name, REG_DWORD, std::string(reinterpret_cast<const char*>(&value), sizeof value));
 }
 
+bool readRaw(HKEY root, const std::string& path, const std::string& name, DWORD& type, std::string& bytes) {
+    return readValue(root, path, name, type, bytes);
+}
+
+void deleteValue(HKEY root, const std::string& path, const std::string& name) {
+    HKEY key = nullptr;
+    if (RegOpenKeyExA(root, path.c_str(), 0, KEY_SET_VALUE | kView, &key) != ERROR_SUCCESS) return;
+    RegDeleteValueA(key, name.c_str());
+    RegCloseKey(key);
+}
+
 void writeString(HKEY root, const std::string& path, const std::string& name, const std::string& value) {
     writeRaw(root, path, name, REG_SZ, std::string(value.c_str(), value.size() + 1));
 }

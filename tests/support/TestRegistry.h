@@ -18,6 +18,9 @@ std::optional<DWORD> readDword(HKEY root, const std::string& path, const std::st
 std::optional<std::string> readString(HKEY root, const std::string& path, const std::string& name);
 void writeDword(HKEY root, const std::string& path, const std::string& name, DWORD value);
 void writeString(HKEY root, const std::string& path, const std::string& name, const std::string& value);
+// Type and bytes of a value as stored; false when the key or value is missing.
+bool readRaw(HKEY root, const std::string& path, const std::string& name, DWORD& type, std::string& bytes);
+void deleteValue(HKEY root, const std::string& path, const std::string& name);
 // Writes a value of any type and size (e.g. a 2-byte REG_BINARY under a DWORD's name).
 void writeRaw(HKEY root, const std::string& path, const std::string& name, DWORD type, const std::string& bytes);
 

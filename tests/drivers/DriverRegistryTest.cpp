@@ -1,0 +1,307 @@
+// Driver registry settings against the registry of the Wine prefix. Every
+// test restores the class filter list, DevicePath, SharedDlls and service
+// keys it touched.
+#include <gtest/gtest.h>
+
+#include "drivers/DriverRegistry.h"
+#include "support/TestLog.h"
+#include "support/TestRegistry.h"
+#include "support/TestSession.h"
+
+using namespace zk;
+using zktest::LogCapture;
+
+namespace {
+
+const std::string kSearchKey = "SOFTWARE\\Microsoft\\Windows\\CurrentVersion";
+const std::string kEntry = "%SystemRoot%\\System32\\Setup\\Brevant\\Zenkey;";
+const std::string kServices = "SYSTEM\\CurrentControlSet\\Services";
+
+std::string multiSz(std::initializer_list<std::string> entries) {
+    std::string bytes;
+    for (const auto& e : entries) bytes.append(e).push_back('\0');
+    bytes.push_back('\0');
+    return bytes;
+}
+
+// One registry value saved on construction and put back on destruction.
+class SavedValue {
+public:
+    SavedValue(std::string path, std::string name) : path_(std::move(path)), name_(std::move(name)) {
+        keyExisted_ = zktest::keyExists(HKEY_LOCAL_MACHINE, path_);
+        existed_ = zktest::readRaw(HKEY_LOCAL_MACHINE, path_, name_, type_, bytes_);
+    }
+    ~SavedValue() {
+        if (existed_) {
+            zktest::writeRaw(HKEY_LOCAL_MACHINE, path_, name_, type_, bytes_);
+        } else {
+            zktest::deleteValue(HKEY_LOCAL_MACHINE, path_, name_);
+            if (!keyExisted_) zktest::deleteTree(HKEY_LOCAL_MACHINE, path_);
+        }
+    }
+    void set(DWORD type, const std::string& bytes) const { zktest::writeRaw(HKEY_LOCAL_MACHINE, path_, name_, type, bytes); }
+    void remove() const { zktest::deleteValue(HKEY_LOCAL_MACHINE, path_, name_); }
+    bool read(DWORD& type, std::string& bytes) const {
+        return zktest::readRaw(HKEY_LOCAL_MACHINE, path_, name_, type, bytes);
+    }
+    std::string bytes() const {
+        DWORD type = 0;
+        std::string b;
+        return read(type, b) ? b : "<absent>";
+    }
+
+private:
+    std::string path_, name_;
+    bool keyExisted_ = false, existed_ = false;
+    DWORD type_ = 0;
+    std::string bytes_;
+};
+
+class UpperFilters : public ::testing::Test {
+protected:
+    SavedValue filters{kReaderClassKey, "UpperFilters"};
+    static std::string trace(const std::string& text) { return "Trace in regUpperFilter(), " + text; }
+};
+
+TEST_F(UpperFilters, FoundThenCutOutKeepingOtherFiltersInOrder) {
+    filters.set(REG_MULTI_SZ, multiSz({"otherflt", "zKSCFLT", "lastflt"}));
+    LogCapture log;
+    EXPECT_EQ(regUpperFilter(0), 1);
+    EXPECT_EQ(log.lines(), (std::vector<std::string>{" ", "regUpperFilter(): entry <time>   isDelete=0",
+                                                     trace("filter zKSCFLT found in UpperFilters, i=1"),
+                                                     "regUpperFilter(): exit  rv=0x1"}))
+        << log.dump();
+    EXPECT_EQ(filters.bytes(), multiSz({"otherflt", "zKSCFLT", "lastflt"}));
+
+    LogCapture cut;
+    EXPECT_EQ(regUpperFilter(1), 0);
+    EXPECT_TRUE(cut.has(trace("delete filter zKSCFLT in UpperFilters, i=1"))) << cut.dump();
+    DWORD type = 0;
+    std::string bytes;
+    ASSERT_TRUE(filters.read(type, bytes));
+    EXPECT_EQ(type, static_cast<DWORD>(REG_MULTI_SZ));
+    EXPECT_EQ(bytes, multiSz({"otherflt", "lastflt"}));
+
+    LogCapture absent;
+    EXPECT_EQ(regUpperFilter(1), 0);  // nothing to cut: unchanged
+    EXPECT_TRUE(absent.has(trace("filter zKSCFLT not found in UpperFilters, i=2"))) << absent.dump();
+    EXPECT_EQ(filters.bytes(), multiSz({"otherflt", "lastflt"}));
+}
+
+TEST_F(UpperFilters, OnlyEntryDeletesTheValue) {
+    filters.set(REG_MULTI_SZ, multiSz({"zKSCFLT"}));
+    LogCapture log;
+    EXPECT_EQ(regUpperFilter(1), 0);
+    EXPECT_TRUE(log.hasInOrder({trace("filter zKSCFLT found in UpperFilters, i=0"), trace("delete UpperFilters, i=0")}))
+        << log.dump();
+    EXPECT_EQ(filters.bytes(), "<absent>");
+
+    LogCapture missing;
+    EXPECT_EQ(regUpperFilter(0), ERROR_FILE_NOT_FOUND);
+    EXPECT_TRUE(missing.has("Err in regUpperFilter(), RegQueryValueEx UpperFilters cannot read, rv=0x2"))
+        << missing.dump();
+}
+
+TEST_F(UpperFilters, GuardEndsTheWalkAfter256Entries) {
+    std::string list;
+    for (int i = 0; i < 257; ++i) list.append("flt" + std::to_string(i)).push_back('\0');
+    list += multiSz({"zKSCFLT"});
+    filters.set(REG_MULTI_SZ, list);
+    LogCapture log;
+    EXPECT_EQ(regUpperFilter(1), 0);
+    EXPECT_TRUE(log.hasInOrder({"Err in regUpperFilter(), error in loop!!!!",
+                                trace("filter zKSCFLT not found in UpperFilters, i=257")}))
+        << log.dump();
+    EXPECT_EQ(filters.bytes(), list);
+}
+
+TEST_F(UpperFilters, ValuesOfTheWrongShapeAreLeftAlone) {
+    const std::string asText = std::string("zKSCFLT") + '\0';
+    filters.set(REG_SZ, asText);
+    LogCapture wrongType;
+    EXPECT_EQ(regUpperFilter(1), 0);
+    EXPECT_TRUE(wrongType.has("Err in regUpperFilter(), RegQueryValueEx UpperFilters type is not REG_MULTI_SZ"))
+        << wrongType.dump();
+    EXPECT_EQ(filters.bytes(), asText);
+
+    // One terminator only: found, but too short to be rewritten.
+    filters.set(REG_MULTI_SZ, asText);
+    LogCapture shortValue;
+    EXPECT_EQ(regUpperFilter(1), 0);
+    EXPECT_TRUE(shortValue.has("Err in regUpperFilter(), UpperFilters, size illegal for updating, dwCount=8"))
+        << shortValue.dump();
+    EXPECT_EQ(filters.bytes(), asText);
+}
+
+class DevicePath : public ::testing::Test {
+protected:
+    SavedValue path{kSearchKey, "DevicePath"};
+    const std::string present = std::string("%SystemRoot%\\inf;C:\\Vendor\\Drivers") + '\0';
+    void SetUp() override { path.set(REG_EXPAND_SZ, present); }
+};
+
+TEST_F(DevicePath, InFrontOnEveryInstallAndCutOnceOnRemoval) {
+    LogCapture log;
+    EXPECT_EQ(updateDrvSearchInfPath(true), 0);
+    EXPECT_EQ(log.lines(), (std::vector<std::string>{" ", "updateDrvSearchInfPath(): entry <time>  bInstall=TRUE",
+                                                     "updateDrvSearchInfPath(): exit  rv=0x0"}))
+        << log.dump();
+    EXPECT_EQ(updateDrvSearchInfPath(true), 0);
+    EXPECT_EQ(path.bytes(), kEntry + kEntry + present);
+
+    EXPECT_EQ(updateDrvSearchInfPath(false), 0);
+    DWORD type = 0;
+    std::string bytes;
+    ASSERT_TRUE(path.read(type, bytes));
+    EXPECT_EQ(type, static_cast<DWORD>(REG_EXPAND_SZ));
+    EXPECT_EQ(bytes, kEntry + present);
+    EXPECT_EQ(updateDrvSearchInfPath(false), 0);
+    EXPECT_EQ(path.bytes(), present);
+    EXPECT_EQ(updateDrvSearchInfPath(false), 0);  // nothing left to cut
+    EXPECT_EQ(path.bytes(), present);
+
+    // Another vendor's entries before ours stay.
+    const std::string mixed = std::string("C:\\Vendor;") + kEntry + "%SystemRoot%\\inf" + '\0';
+    path.set(REG_EXPAND_SZ, mixed);
+    EXPECT_EQ(updateDrvSearchInfPath(false), 0);
+    EXPECT_EQ(path.bytes(), std::string("C:\\Vendor;%SystemRoot%\\inf") + '\0');
+}
+
+TEST_F(DevicePath, MissingValueIsReportedAndNotCreated) {
+    path.remove();
+    LogCapture log;
+    EXPECT_EQ(updateDrvSearchInfPath(true), ERROR_FILE_NOT_FOUND);
+    EXPECT_TRUE(log.has("Err in updateDrvSearchInfPath(), RegQueryValueEx rv=0x2")) << log.dump();
+    EXPECT_EQ(path.bytes(), "<absent>");
+}
+
+TEST_F(DevicePath, PropertyDecidesOnInstall) {
+    zktest::TestSession session;
+    ASSERT_EQ(session.openResult(), 0u);
+    const auto h = session.handle();
+    for (const char* off : {"0", "", "4294967295"}) {
+        session.set("PROP_UPD_INFPATH", off);
+        LogCapture log;
+        EXPECT_EQ(regUpdateDrvSearchInfPath(h, true), 0);
+        const std::string val = std::string(off) == "4294967295" ? "4294967295" : "0";
+        EXPECT_TRUE(log.has("Trace in regUpdateDrvSearchInfPath(), don't update driver search path val=" + val))
+            << log.dump();
+        EXPECT_EQ(path.bytes(), present) << off;
+    }
+
+    session.set("PROP_UPD_INFPATH", "1");
+    LogCapture install;
+    EXPECT_EQ(regUpdateDrvSearchInfPath(h, true), 0);
+    EXPECT_TRUE(install.hasInOrder({"regUpdateDrvSearchInfPath(): entry <time>  hInstall=" + std::to_string(h) +
+                                        " bInstall=1",
+                                    "updateDrvSearchInfPath(): entry <time>  bInstall=TRUE",
+                                    "regUpdateDrvSearchInfPath(): exit  rv=0x0"}))
+        << install.dump();
+    EXPECT_EQ(path.bytes(), kEntry + present);
+
+    // Removal does not ask the property.
+    session.set("PROP_UPD_INFPATH", "0");
+    EXPECT_EQ(regUpdateDrvSearchInfPath(h, false), 0);
+    EXPECT_EQ(path.bytes(), present);
+
+    LogCapture bad;
+    EXPECT_NE(regUpdateDrvSearchInfPath(0, true), 0);  // no session
+    EXPECT_TRUE(bad.hasInOrder({"Err in regUpdateDrvSearchInfPath(), failed read property PROP_UPD_INFPATH",
+                                "Trace in regUpdateDrvSearchInfPath(), don't update driver search path val=0"}))
+        << bad.dump();
+    EXPECT_EQ(path.bytes(), present);
+}
+
+TEST(SharedDlls, CountsOfTheThreeInfsAreResetToOne) {
+    const std::string folder = driverSetupFolder();
+    SavedValue filter{kSharedDllsKey, folder + "\\zKSCFLT.inf"};
+    SavedValue ifdh{kSharedDllsKey, folder + "\\bvsifdh.inf"};
+    SavedValue up{kSharedDllsKey, folder + "\\bvsup.inf"};
+    const DWORD three = 3, one = 1;
+    filter.set(REG_DWORD, std::string(reinterpret_cast<const char*>(&three), 4));
+    ifdh.set(REG_DWORD, std::string(reinterpret_cast<const char*>(&one), 4));
+    up.remove();
+
+    LogCapture log;
+    EXPECT_EQ(regRefCountRemove(), 0);
+    EXPECT_TRUE(log.hasInOrder({"setRefCount(): entry <time>   name=" + folder + "\\zKSCFLT.inf",
+                                "Trace in setRefCount(),  oldvalue=3",
+                                "setRefCount(): entry <time>   name=" + folder + "\\bvsifdh.inf",
+                                "Trace in setRefCount(), refcount doesn't exist, value=1, rv=0",
+                                "setRefCount(): entry <time>   name=" + folder + "\\bvsup.inf",
+                                "Trace in setRefCount(), refcount doesn't exist, value=0, rv=2"}))
+        << log.dump();
+    EXPECT_EQ(filter.bytes(), std::string(reinterpret_cast<const char*>(&one), 4));
+    EXPECT_EQ(ifdh.bytes(), std::string(reinterpret_cast<const char*>(&one), 4));
+    EXPECT_EQ(up.bytes(), "<absent>");
+
+    // A count stored as text too long for a number is left as it is.
+    const std::string text = std::string("12345678") + '\0';
+    filter.set(REG_SZ, text);
+    LogCapture wrong;
+    EXPECT_EQ(setRefCount(folder + "\\zKSCFLT.inf"), ERROR_MORE_DATA);
+    EXPECT_TRUE(wrong.has("Trace in setRefCount(), refcount doesn't exist, value=0, rv=234")) << wrong.dump();
+    EXPECT_EQ(filter.bytes(), text);
+}
+
+class DriverKeys : public ::testing::Test {
+protected:
+    SavedValue filters{kReaderClassKey, "UpperFilters"};
+    void TearDown() override {
+        for (const char* name : {"zkTestDriver", "zKSCFLT"}) {
+            if (created_[name == std::string("zKSCFLT")]) zktest::deleteTree(HKEY_LOCAL_MACHINE, kServices + "\\" + name);
+        }
+    }
+    // A service key with a sub-key, as Windows keeps them.
+    void makeServiceKey(const std::string& name) {
+        ASSERT_FALSE(zktest::keyExists(HKEY_LOCAL_MACHINE, kServices + "\\" + name)) << name;
+        zktest::writeDword(HKEY_LOCAL_MACHINE, kServices + "\\" + name, "Type", 1);
+        zktest::writeDword(HKEY_LOCAL_MACHINE, kServices + "\\" + name + "\\Enum", "Count", 0);
+        created_[name == "zKSCFLT"] = true;
+    }
+    bool created_[2] = {false, false};
+};
+
+TEST_F(DriverKeys, ServiceKeyOfADriverIsDeleted) {
+    makeServiceKey("zkTestDriver");
+    LogCapture log;
+    EXPECT_TRUE(DeleteDriverFromReg("zkTestDriver", false));
+    EXPECT_EQ(log.lines(), (std::vector<std::string>{
+                               " ", "DeleteDriverFromReg(): entry <time>   driverName=zkTestDriver, isMinimalHW=0",
+                               "Trace in DeleteDriverFromReg(), driver registry exist: " + kServices + "\\zkTestDriver",
+                               "DeleteDriverFromReg(): exit  rv=1"}))
+        << log.dump();
+    EXPECT_FALSE(zktest::keyExists(HKEY_LOCAL_MACHINE, kServices + "\\zkTestDriver"));
+
+    LogCapture again;  // nothing left: nothing logged, success
+    EXPECT_TRUE(DeleteDriverFromReg("zkTestDriver", true));
+    EXPECT_EQ(again.lines().size(), 3u) << again.dump();
+}
+
+TEST_F(DriverKeys, FilterKeyGoesOnlyWithMinimalHardware) {
+    makeServiceKey("zKSCFLT");
+    const std::string list = multiSz({"otherflt", "zKSCFLT"});
+    filters.set(REG_MULTI_SZ, list);
+    LogCapture full;
+    DeleteDriverFromReg("zKSCFLT", false);
+    EXPECT_FALSE(full.has("Trace in DeleteDriverFromReg(), driver registry exist: " + kServices + "\\zKSCFLT"))
+        << full.dump();
+    EXPECT_TRUE(zktest::keyExists(HKEY_LOCAL_MACHINE, kServices + "\\zKSCFLT"));
+    // The class key is only opened for reading: the list with the other
+    // vendor's filter survives, and the refusal is logged.
+    EXPECT_TRUE(full.hasInOrder(
+        {"Trace in DeleteDriverFromReg(), filter-driver registry exist after uninstall: " + std::string(kReaderClassKey),
+         "Err in DeleteDriverFromReg(), rKey.delValue(\"UpperFilters\") in " + std::string(kReaderClassKey) +
+             " failed, rv=0x5"}))
+        << full.dump();
+    EXPECT_EQ(filters.bytes(), list);
+
+    LogCapture minimal;
+    EXPECT_TRUE(DeleteDriverFromReg("zKSCFLT", true));
+    EXPECT_TRUE(minimal.has("Trace in DeleteDriverFromReg(), driver registry exist: " + kServices + "\\zKSCFLT"))
+        << minimal.dump();
+    EXPECT_FALSE(zktest::keyExists(HKEY_LOCAL_MACHINE, kServices + "\\zKSCFLT"));
+    EXPECT_EQ(filters.bytes(), list);
+}
+
+}  // namespace
