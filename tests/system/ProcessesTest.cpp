@@ -1,0 +1,83 @@
+// Ending running programs: the stand-in zksleeper.exe is started and ended.
+#include <gtest/gtest.h>
+
+#include <vector>
+
+#include "frame/Win32.h"
+#include "support/TestLog.h"
+#include "support/TestProcess.h"
+#include "system/Processes.h"
+
+using namespace zk;
+using zktest::LogCapture;
+
+namespace {
+
+KernelHandle startSleeper() {
+    std::string line = "\"" + zktest::env("ZK_FIXTURES") + "\\doubles\\zksleeper.exe\"";
+    STARTUPINFOA si = {};
+    si.cb = sizeof si;
+    PROCESS_INFORMATION pi = {};
+    if (!CreateProcessA(nullptr, line.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &si, &pi))
+        return KernelHandle();
+    CloseHandle(pi.hThread);
+    return KernelHandle(pi.hProcess);
+}
+
+bool running(const KernelHandle& process) { return WaitForSingleObject(process.get(), 0) == WAIT_TIMEOUT; }
+
+class Processes : public ::testing::Test {
+protected:
+    void TearDown() override {
+        for (auto& p : sleepers)
+            if (running(p)) TerminateProcess(p.get(), 1);
+    }
+    std::vector<KernelHandle> sleepers;
+};
+
+TEST_F(Processes, EveryMatchingProcessIsEnded) {
+    sleepers.push_back(startSleeper());
+    sleepers.push_back(startSleeper());
+    for (auto& p : sleepers) ASSERT_TRUE(p);
+
+    bool reboot = false;
+    LogCapture upper;  // the name is compared case-sensitively
+    EXPECT_EQ(stopProccess("ZKSLEEP", reboot), 0u);
+    EXPECT_EQ(upper.lines(), (std::vector<std::string>{" ", "::stopProccess: entry <time>  , process: ZKSLEEP",
+                                                       "::stopProccess: exit , reboot(0)"}))
+        << upper.dump();
+    for (auto& p : sleepers) EXPECT_TRUE(running(p));
+
+    LogCapture log;
+    EXPECT_EQ(stopProccess("sleeper", reboot), 0u);
+    EXPECT_FALSE(reboot);
+    for (auto& p : sleepers) {
+        EXPECT_FALSE(running(p));
+        DWORD code = 1;
+        GetExitCodeProcess(p.get(), &code);
+        EXPECT_EQ(code, 0u);
+    }
+    const std::vector<std::string> one = {"Trace in ::stopProccess, found running zksleeper.exe",
+                                          "Trace in ::stopProccess, try TerminateProcess zksleeper.exe",
+                                          "Trace in ::stopProccess, killed zksleeper.exe"};
+    std::vector<std::string> both = one;
+    both.insert(both.end(), one.begin(), one.end());
+    both.push_back("::stopProccess: exit , reboot(0)");
+    EXPECT_TRUE(log.hasInOrder(both)) << log.dump();
+    EXPECT_EQ(log.count("Trace in ::stopProccess, killed zksleeper.exe"), 2) << log.dump();
+}
+
+TEST_F(Processes, NoMatchAndEmptyNameEndNothing) {
+    sleepers.push_back(startSleeper());
+    ASSERT_TRUE(sleepers.back());
+    bool reboot = false;
+    LogCapture log;
+    EXPECT_EQ(stopProccess("zkNoSuchProgram", reboot), 0u);
+    EXPECT_EQ(stopProccess("", reboot), 0u);
+    EXPECT_EQ(log.count("::stopProccess: exit , reboot(0)"), 2) << log.dump();
+    EXPECT_EQ(log.lines().size(), 6u) << log.dump();
+    EXPECT_TRUE(running(sleepers.back()));
+    EXPECT_FALSE(reboot);
+}
+
+}  // namespace
