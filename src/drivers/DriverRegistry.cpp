@@ -3,6 +3,7 @@
 #include "drivers/DriverRegistry.h"
 
 #include <cstring>
+#include <new>
 #include <vector>
 
 #include "frame/Logger.h"
@@ -19,12 +20,24 @@ LONG openKey(const char* path, REGSAM access, RegKey& key) {
     return RegOpenKeyExA(HKEY_LOCAL_MACHINE, path, 0, access | KEY_WOW64_64KEY, key.put());
 }
 
-// Reads a value's bytes (type and size as stored); `size` is the asked size.
+// Reads a value's bytes into `bytes` (sized by the caller) and trims them to
+// the size actually stored.
 LONG readValue(HKEY key, const char* name, DWORD& type, std::vector<char>& bytes) {
     DWORD size = static_cast<DWORD>(bytes.size());
     LONG rv = RegQueryValueExA(key, name, nullptr, &type, reinterpret_cast<BYTE*>(bytes.data()), &size);
     if (rv == ERROR_SUCCESS) bytes.resize(size);
     return rv;
+}
+
+// A zeroed buffer of `size` bytes; false when memory is short (the value
+// sizes come from the registry, so they are not trusted).
+bool allocate(std::vector<char>& bytes, DWORD size) {
+    try {
+        bytes.assign(size, '\0');
+        return true;
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
 }
 
 // Removes a key with everything below it (a service key carries Enum,
@@ -43,6 +56,12 @@ LONG deleteKeyTree(HKEY parent, const std::string& name) {
     return RegDeleteKeyA(parent, name.c_str());
 }
 
+// The exit line with the status every operation here returns.
+LONG endWith(const char* op, LONG rv) {
+    logExit(op) << " rv=0x" << hex(rv);
+    return rv;
+}
+
 }  // namespace
 
 LONG regUpperFilter(DWORD isDelete) {
@@ -52,28 +71,29 @@ LONG regUpperFilter(DWORD isDelete) {
     LONG rv = openKey(kReaderClassKey, kReadWrite, key);
     if (rv != ERROR_SUCCESS) {
         LogLine(Level::Err, op) << "RegOpenKeyEx Class rv=0x" << hex(rv);
-        logExit(op) << " rv=0x" << hex(rv);
-        return rv;
+        return endWith(op, rv);
     }
     DWORD type = 0;
     DWORD size = 0;
     rv = RegQueryValueExA(key.get(), "UpperFilters", nullptr, &type, nullptr, &size);
     if (rv != ERROR_SUCCESS) {
         LogLine(Level::Err, op) << "RegQueryValueEx UpperFilters cannot read, rv=0x" << hex(rv);
-        logExit(op) << " rv=0x" << hex(rv);
-        return rv;
+        return endWith(op, rv);
     }
     if (type != REG_MULTI_SZ) {
         LogLine(Level::Err, op) << "RegQueryValueEx UpperFilters type is not REG_MULTI_SZ";
-        logExit(op) << " rv=0x" << hex(rv);
-        return rv;
+        return endWith(op, rv);
     }
-    std::vector<char> bytes(size, '\0');
+    std::vector<char> bytes;
+    if (!allocate(bytes, size)) {
+        LogLine(Level::Err, op) << "malloc, len=" << size;
+        rv = ERROR_NOT_ENOUGH_MEMORY;
+        return endWith(op, rv);
+    }
     rv = readValue(key.get(), "UpperFilters", type, bytes);
     if (rv != ERROR_SUCCESS) {
         LogLine(Level::Err, op) << "RegQueryValueEx dwCount=" << size << " rv=0x" << hex(rv);
-        logExit(op) << " rv=0x" << hex(rv);
-        return rv;
+        return endWith(op, rv);
     }
     const std::string value(bytes.begin(), bytes.end());
     const FilterPosition pos = findMultiSzEntry(value, kFilterDriver);
@@ -99,8 +119,7 @@ LONG regUpperFilter(DWORD isDelete) {
             LogLine(Level::Err, op) << "UpperFilters, size illegal for updating, dwCount=" << size;
         }
     }
-    logExit(op) << " rv=0x" << hex(rv);
-    return rv;
+    return endWith(op, rv);
 }
 
 LONG updateDrvSearchInfPath(bool bInstall) {
@@ -110,18 +129,17 @@ LONG updateDrvSearchInfPath(bool bInstall) {
     LONG rv = openKey(kDriverSearchKey, kReadWrite, key);
     if (rv != ERROR_SUCCESS) {
         LogLine(Level::Err, op) << "RegOpenKeyEx rv=0x" << hex(rv);
-        logExit(op) << " rv=0x" << hex(rv);
-        return rv;
+        return endWith(op, rv);
     }
     DWORD type = 0;
     DWORD size = 0;
     rv = RegQueryValueExA(key.get(), "DevicePath", nullptr, &type, nullptr, &size);
-    std::vector<char> bytes(size, '\0');
+    std::vector<char> bytes;
+    if (rv == ERROR_SUCCESS && !allocate(bytes, size)) rv = ERROR_NOT_ENOUGH_MEMORY;
     if (rv == ERROR_SUCCESS) rv = readValue(key.get(), "DevicePath", type, bytes);
     if (rv != ERROR_SUCCESS) {
         LogLine(Level::Err, op) << "RegQueryValueEx rv=0x" << hex(rv);
-        logExit(op) << " rv=0x" << hex(rv);
-        return rv;
+        return endWith(op, rv);
     }
     const std::string present(bytes.begin(), bytes.end());
     // The entry goes in front on every install, present or not; a removal
@@ -133,8 +151,7 @@ LONG updateDrvSearchInfPath(bool bInstall) {
         if (rv != ERROR_SUCCESS)
             LogLine(Level::Err, op) << "RegSetValueEx dwCount=" << edited->size() << " rv=0x" << hex(rv);
     }
-    logExit(op) << " rv=0x" << hex(rv);
-    return rv;
+    return endWith(op, rv);
 }
 
 LONG regUpdateDrvSearchInfPath(MSIHANDLE hInstall, bool bInstall) {
@@ -155,8 +172,7 @@ LONG regUpdateDrvSearchInfPath(MSIHANDLE hInstall, bool bInstall) {
             rv = updateDrvSearchInfPath(true);
         }
     }
-    logExit(op) << " rv=0x" << hex(rv);
-    return rv;
+    return endWith(op, rv);
 }
 
 LONG setRefCount(const std::string& path) {
@@ -166,8 +182,7 @@ LONG setRefCount(const std::string& path) {
     LONG rv = openKey(kSharedDllsKey, kReadWrite, key);
     if (rv != ERROR_SUCCESS) {
         LogLine(Level::Err, op) << "RegOpenKeyEx SharedDlls rv=0x" << hex(rv);
-        logExit(op) << " rv=0x" << hex(rv);
-        return rv;
+        return endWith(op, rv);
     }
     DWORD count = 0;
     DWORD size = sizeof count;
@@ -180,8 +195,7 @@ LONG setRefCount(const std::string& path) {
         rv = RegSetValueExA(key.get(), path.c_str(), 0, REG_DWORD, reinterpret_cast<const BYTE*>(&one), sizeof one);
         if (rv != ERROR_SUCCESS) LogLine(Level::Err, op) << "setValue refcount=1 failed, rv=0x" << hex(rv);
     }
-    logExit(op) << " rv=0x" << hex(rv);
-    return rv;
+    return endWith(op, rv);
 }
 
 LONG regRefCountRemove() {

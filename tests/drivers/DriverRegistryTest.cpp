@@ -305,3 +305,30 @@ TEST_F(DriverKeys, FilterKeyGoesOnlyWithMinimalHardware) {
 }
 
 }  // namespace
+
+namespace {
+
+// A fresh prefix has neither the reader class key nor SharedDlls; where an
+// earlier program created them, that part is skipped (they are never deleted
+// by a test).
+TEST(MissingKeys, AreReportedAndNotCreated) {
+    int checked = 0;
+    if (!zktest::keyExists(HKEY_LOCAL_MACHINE, kReaderClassKey)) {
+        LogCapture log;
+        EXPECT_EQ(regUpperFilter(1), ERROR_FILE_NOT_FOUND);
+        EXPECT_TRUE(log.has("Err in regUpperFilter(), RegOpenKeyEx Class rv=0x2")) << log.dump();
+        EXPECT_TRUE(DeleteDriverFromReg("zKSCFLT", false));
+        EXPECT_FALSE(zktest::keyExists(HKEY_LOCAL_MACHINE, kReaderClassKey));
+        ++checked;
+    }
+    if (!zktest::keyExists(HKEY_LOCAL_MACHINE, kSharedDllsKey)) {
+        LogCapture log;
+        EXPECT_EQ(setRefCount(driverSetupFolder() + "\\bvsup.inf"), ERROR_FILE_NOT_FOUND);
+        EXPECT_TRUE(log.has("Err in setRefCount(), RegOpenKeyEx SharedDlls rv=0x2")) << log.dump();
+        EXPECT_FALSE(zktest::keyExists(HKEY_LOCAL_MACHINE, kSharedDllsKey));
+        ++checked;
+    }
+    if (checked == 0) GTEST_SKIP() << "both keys exist in this prefix";
+}
+
+}  // namespace
