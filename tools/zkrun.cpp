@@ -238,11 +238,11 @@ int main(int argc, char** argv) {
             return 3;
         }
         if (uiNone) msi.SetInternalUI(2 /* INSTALLUILEVEL_NONE */, nullptr);
-        if (haveAnswer)
-            msi.SetExternalUIA(reinterpret_cast<void*>(&answerHandler),
-                               0x01000000 | 0x02000000 | 0x03000000 | 0x04000000 /* ERROR|WARNING|USER|INFO */
-                                   | 0x00000001 /* FATALEXIT */,
-                               nullptr);
+        if (haveAnswer) {
+            // Log-mode bits (1 << message type): FATALEXIT, ERROR, WARNING, USER.
+            msi.SetInternalUI(2 /* INSTALLUILEVEL_NONE: no box waits for a person */, nullptr);
+            msi.SetExternalUIA(reinterpret_cast<void*>(&answerHandler), 0x1 | 0x2 | 0x4 | 0x8, nullptr);
+        }
         UINT rv = msi.OpenPackageA(package.c_str(), &session);
         if (rv != 0) {
             std::fprintf(stderr, "zkrun: MsiOpenPackage(%s) failed, %u\n", package.c_str(), rv);

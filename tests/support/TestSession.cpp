@@ -22,7 +22,8 @@ int WINAPI scriptedAnswer(void*, UINT type, LPCSTR message) {
     return g_answer;
 }
 
-constexpr DWORD kAnsweredTypes = 0x01000000 /*ERROR*/ | 0x02000000 /*WARNING*/ | 0x03000000 /*USER*/;
+// Log-mode bits (1 << message type): ERROR, WARNING, USER.
+constexpr DWORD kAnsweredTypes = (1u << 1) | (1u << 2) | (1u << 3);
 
 }  // namespace
 
@@ -61,7 +62,8 @@ TestSession::TestSession(Ui ui, int answer) {
         g_answer = answer;
         g_lastMessage.clear();
         g_messages = 0;
-        msi.SetInternalUI(1 /*INSTALLUILEVEL_DEFAULT*/, nullptr);
+        // No internal UI: an unanswered box must never wait for a person.
+        msi.SetInternalUI(2 /*INSTALLUILEVEL_NONE*/, nullptr);
         msi.SetExternalUIA(reinterpret_cast<void*>(&scriptedAnswer), kAnsweredTypes, nullptr);
     }
     openResult_ = msi.OpenPackageA(sessionPackagePath().c_str(), &handle_);
