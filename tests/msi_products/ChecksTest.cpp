@@ -1,0 +1,196 @@
+// The pre-install checks: sessions, incompatible applications, the two
+// runtime files and the installer message test.
+#include <gtest/gtest.h>
+
+#include "frame/Exports.h"
+#include "frame/Flags.h"
+#include "frame/Platform.h"
+#include "frame/Win32.h"
+#include "msi/PreInstallChecks.h"
+#include "support/TestLog.h"
+#include "support/TestProcess.h"
+#include "support/TestRegistry.h"
+#include "support/TestSession.h"
+
+#include "MessageBoxWatch.h"
+
+using namespace zk;
+using namespace zktest;
+
+namespace {
+
+using Rows = std::vector<std::string>;
+
+// Sessions as the terminal services would list them. Wine lists none, so the
+// walk is proven here with a scripted user-name query.
+BOOL WINAPI queryUser(HANDLE, DWORD id, WTS_INFO_CLASS info, LPSTR* buffer, DWORD* bytes) {
+    static char alice[] = "alice";
+    static char empty[] = "";
+    if (info != WTSUserName || id == 4) {
+        SetLastError(ERROR_ACCESS_DENIED);
+        return FALSE;
+    }
+    *buffer = id == 1 ? alice : empty;
+    *bytes = 1;
+    return TRUE;
+}
+int g_freed = 0;
+void WINAPI countFree(PVOID) { ++g_freed; }
+
+TEST(Sessions, OnlyActiveSessionsWithAUserCount) {
+    char console[] = "Console", rdp[] = "RDP-Tcp#0", listener[] = "RDP-Tcp", gone[] = "RDP-Tcp#1", broken[] = "x";
+    const WTS_SESSION_INFOA sessions[] = {{1, console, WTSActive},
+                                          {2, rdp, WTSActive},
+                                          {65536, listener, WTSListen},
+                                          {3, gone, WTSDisconnected},
+                                          {4, broken, WTSActive}};
+    g_freed = 0;
+    LogCapture log;
+    EXPECT_EQ(countUserSessions(sessions, 5, queryUser, countFree), 1u);
+    EXPECT_EQ(g_freed, 2);
+    const std::string op = "Trace in CoreCheckSessions, ";
+    EXPECT_EQ(log.lines(), (Rows{op + " session [Console] WTSActive, sessions=0", op + "\t console session",
+                                 op + "\t user [alice]", op + " session [RDP-Tcp#0] WTSActive, sessions=1",
+                                 op + "\t user <empty>", op + "session [65536] WTSListen, sessions=1",
+                                 op + " session [x] WTSActive, sessions=1",
+                                 op + "\t error WTSQuerySessionInformation 0x5"}))
+        << log.dump();
+    EXPECT_EQ(countUserSessions(&sessions[2], 1, queryUser, countFree), 0u);  // a listener only
+}
+
+TEST(Sessions, CheckAnswersZeroAndMarksAdminRightsFromVista) {
+    deleteTree(HKEY_LOCAL_MACHINE, "Software\\Brevant");
+    UINT result = 7;
+    LogCapture log;
+    EXPECT_EQ(CoreCheckSessions(0, &result), 0u);
+    EXPECT_EQ(result, 0u);
+    EXPECT_EQ(CoreCheckSessions(0, nullptr), 0u);
+    const std::string op = "Trace in CoreCheckSessions, ";
+    // Wine reports no terminal sessions at all. The count line starts with
+    // a line break of its own.
+    EXPECT_TRUE(log.hasInOrder({op, "\t 0 running sessions found", op + "Number of active sessions 0, *result=0",
+                                "CoreCheckSessions >> OUT, rv = 0x0"}))
+        << log.dump();
+    const auto flag = readDword(HKEY_LOCAL_MACHINE, kFlagKey, "AdminPriv");
+    if (getPlatform() == PL_WINVISTA) {
+        EXPECT_EQ(flag, 1u);
+    } else {
+        EXPECT_FALSE(flag.has_value());
+    }
+    deleteTree(HKEY_LOCAL_MACHINE, "Software\\Brevant");
+}
+
+TEST(UncompatibleApp, VersionsAreReadAsMajorDotMinor) {
+    int major = -1, minor = -1;
+    parseMajorMinor("4.50", major, minor);
+    EXPECT_EQ(major, 4);
+    EXPECT_EQ(minor, 50);
+    parseMajorMinor("4", major, minor);  // taken as 4.0
+    EXPECT_EQ(major, 4);
+    EXPECT_EQ(minor, 0);
+    parseMajorMinor("3.9.0.0", major, minor);
+    EXPECT_EQ(major, 3);
+    EXPECT_EQ(minor, 9);
+    parseMajorMinor("abc", major, minor);
+    EXPECT_EQ(major, 0);
+    EXPECT_EQ(minor, 0);
+    parseMajorMinor(nullptr, major, minor);
+    EXPECT_EQ(major, 0);
+}
+
+TEST(UncompatibleApp, EachPartIsComparedByItself) {
+    EXPECT_FALSE(isUncompatibleVersion(3, 9, 4, 5));  // 3.9 is older than 4.5 and yet no conflict
+    EXPECT_TRUE(isUncompatibleVersion(3, 4, 4, 5));
+    EXPECT_TRUE(isUncompatibleVersion(4, 50, 4, 50));
+    EXPECT_FALSE(isUncompatibleVersion(4, 51, 4, 50));
+    EXPECT_FALSE(isUncompatibleVersion(5, 0, 4, 50));
+}
+
+// Backs up one runtime file of the prefix and restores it.
+class RuntimeFile {
+public:
+    explicit RuntimeFile(const char* name)
+        : path_(systemDirectory() + "\\" + name), backup_(path_ + ".zk-backup") {}
+    ~RuntimeFile() {
+        if (!moved_) return;
+        RemoveDirectoryA(path_.c_str());
+        DeleteFileA(path_.c_str());
+        MoveFileExA(backup_.c_str(), path_.c_str(), MOVEFILE_REPLACE_EXISTING);
+    }
+    bool remove() { return moved_ = MoveFileExA(path_.c_str(), backup_.c_str(), MOVEFILE_REPLACE_EXISTING) != 0; }
+    // Puts a copy of another file (with version data) in its place.
+    bool replaceWith(const std::string& other) { return remove() && CopyFileA(other.c_str(), path_.c_str(), FALSE); }
+    const std::string& path() const { return path_; }
+
+private:
+    std::string path_, backup_;
+    bool moved_ = false;
+};
+
+TEST(FileProtection, MissingRuntimeFilesSetTheirBits) {
+    const std::string op = "CoreCheckWindowsFileProtection, ";
+    // Wine's msvcp60.dll carries no version data, which counts as missing (and
+    // a copy of another Wine module is read as that module); our own DLL,
+    // with its version resource, stands in for a real one.
+    RuntimeFile msvcp60("msvcp60.dll");
+    ASSERT_TRUE(msvcp60.replaceWith(env("ZK_DLL")));
+    UINT result = 99;
+    LogCapture both;
+    EXPECT_EQ(CoreCheckWindowsFileProtection(0, "setup.exe", &result), 0u);
+    EXPECT_EQ(result, 0u);
+    EXPECT_TRUE(both.has("Trace in " + op + "result(exist msvcrt.dll and msvcp60.dll) = [0] on file setup.exe"))
+        << both.dump();
+    const std::string sys = systemDirectory();
+    EXPECT_NE(both.dump().find("Trace in " + op + "exist file <" + sys + "\\msvcp60.dll>, version: "),
+              std::string::npos)
+        << both.dump();
+
+    ASSERT_TRUE(DeleteFileA(msvcp60.path().c_str()));
+    LogCapture one;
+    EXPECT_EQ(CoreCheckWindowsFileProtection(0, nullptr, &result), 0u);
+    EXPECT_EQ(result, 2u);
+    EXPECT_TRUE(one.has("Warn in " + op + ", There is no file <" + msvcp60.path() +
+                        "> exist - so assumed not protected"))
+        << one.dump();
+
+    // (Bit 1, msvcrt.dll, cannot be shown here: Wine answers the version of
+    // the loaded msvcrt module whatever lies at that path.)
+    // Something that is there but cannot be read is an error, not a gap.
+    ASSERT_TRUE(CreateDirectoryA(msvcp60.path().c_str(), nullptr));
+    LogCapture unreadable;
+    EXPECT_EQ(CoreCheckWindowsFileProtection(0, "x", &result), 0u);
+    EXPECT_EQ(unreadable.dump().find("There is no file <" + msvcp60.path()), std::string::npos) << unreadable.dump();
+    EXPECT_NE(unreadable.dump().find("Err in " + op + "getFileVersion() on " + msvcp60.path() + " failed, err=0x"),
+              std::string::npos)
+        << unreadable.dump();
+    EXPECT_EQ(result, 0u);
+    EXPECT_EQ(CoreCheckWindowsFileProtection(0, "x", nullptr), 0u);
+}
+
+TEST(MsiTest, MessageGoesThroughTheInstaller) {
+    for (int answer : {IDOK, IDCANCEL}) {
+        TestSession session(TestSession::Ui::Scripted, answer);
+        ASSERT_EQ(session.openResult(), 0u);
+        LogCapture log;
+        EXPECT_EQ(CoreMSITest(session.handle(), "Close the browser"), 0u);
+        EXPECT_EQ(TestSession::messageCount(), 1);
+        EXPECT_EQ(TestSession::lastMessage(), "Close the browser");
+        EXPECT_TRUE(log.hasInOrder({"Trace in CoreMSITest, internalMsiMessageBox displayed, Msg=Close the browser",
+                                    "Trace in internalMsiMessageBox, internalMsiMessageBox - strMessage: Close the browser"}))
+            << log.dump();
+        EXPECT_EQ(log.dump().find("MRV4"), std::string::npos);
+    }
+}
+
+TEST(MsiTest, WithoutAnInstallationAWindowMessageBoxIsShown) {
+    MessageBoxWatch watch(IDOK);
+    LogCapture log;
+    EXPECT_EQ(CoreMSITest(0, "hello"), 0u);
+    EXPECT_EQ(watch.caption(), "MRV4 CoreMSITest");
+    EXPECT_EQ(watch.count(), 1);
+    EXPECT_TRUE(log.hasInOrder({"Trace in CoreMSITest, internalMsiMessageBox failed, try use Windows MsgBox",
+                                "Trace in CoreMSITest, MessageBox displayed, Msg=hello"}))
+        << log.dump();
+}
+
+}  // namespace
