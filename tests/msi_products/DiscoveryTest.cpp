@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "Releases.h"
+#include "frame/Exports.h"
 #include "msi/msiWrapper.h"
 #include "support/TestLog.h"
 #include "support/TestRegistry.h"
@@ -94,6 +95,29 @@ TEST_F(Discovery, HintLongerThanTheNameOrMissingNeverMatches) {
     EXPECT_EQ(msiw.GetProductCodeByUpgrade(nullptr, nullptr, nullptr), 259u);
     EXPECT_EQ(none.dump().find("product name"), std::string::npos) << none.dump();
     EXPECT_TRUE(none.has(kWalk + "msiWrapper::GetProductCodeByUpgrade() hint= upgrade: ")) << none.dump();
+}
+
+TEST_F(Discovery, UncompatibleAppCheckOnlyLogsWhatTheWalkSees) {
+    // 3.9 and 4.50 are installed and both names begin with the hint; the walk
+    // reports them only in the log, so the flag stays 0.
+    UINT found = 7;
+    LogCapture log;
+    EXPECT_EQ(CoreCheckUncompatibleApp(0, kReleaseUpgradeCode, "ZK Test MRV", "4.50", &found), 0u);
+    EXPECT_EQ(found, 0u);
+    const std::string op = "Trace in CoreCheckUncompatibleApp, ";
+    EXPECT_TRUE(log.hasInOrder({op + "Check: ZK Test MRV upgrade code:" + kReleaseUpgradeCode + ", minVer=4.50",
+                                op + "minVer1=4 minVer2=50", kHintWarn, kHintWarn,
+                                kWalk + "GetProductCodeByUpgrade OUT , rv=259",
+                                op + "appUncompatibleFound=0 on app ZK Test MRV",
+                                "CoreCheckUncompatibleApp >> OUT, rv = 0x0"}))
+        << log.dump();
+    EXPECT_EQ(log.dump().find("Err in"), std::string::npos) << log.dump();  // 259 is no error
+
+    LogCapture bare;
+    EXPECT_EQ(CoreCheckUncompatibleApp(0, nullptr, nullptr, "4", nullptr), 0u);
+    EXPECT_TRUE(bare.hasInOrder({op + "Check:  upgrade code:, minVer=4", op + "minVer1=4 minVer2=0",
+                                 op + "appUncompatibleFound=0 on app "}))
+        << bare.dump();
 }
 
 TEST_F(Discovery, VersionOfAnInstalledProduct) {

@@ -64,6 +64,28 @@ TEST_F(Removal, UnknownProductNeedsNoRemoval) {
         << log.dump();
 }
 
+// An installer that is busy once, then removes.
+int g_configureCalls = 0;
+UINT WINAPI busyOnce(LPCSTR, int, INSTALLSTATE, LPCSTR) {
+    return ++g_configureCalls == 1 ? ERROR_INSTALL_ALREADY_RUNNING : ERROR_SUCCESS;
+}
+INSTALLSTATE WINAPI installed(LPCSTR) { return INSTALLSTATE_DEFAULT; }
+
+TEST_F(Removal, BusyInstallerIsWaitedFor) {
+    // The one test that waits: a second.
+    msiw.m_MsiQueryProductStateA = installed;
+    msiw.m_MsiConfigureProductExA = busyOnce;
+    g_configureCalls = 0;
+    LogCapture log;
+    EXPECT_EQ(msiw.msiUnInstallProduct(kNotInstalled), 0u);
+    EXPECT_EQ(g_configureCalls, 2);
+    EXPECT_EQ(log.lines(), (Rows{kRemove + "msiWrapper::msiUnInstallProduct " + kNotInstalled,
+                                 kRemove + "Uninstalling xxx: " + kNotInstalled,
+                                 kRemove + "rv == ERROR_INSTALL_ALREADY_RUNNING, Sleep 1000.",
+                                 kRemove + "Uninstalling xxx: " + kNotInstalled}))
+        << log.dump();
+}
+
 TEST_F(Removal, StrategyFollowsThePlatform) {
     install(kMrv39);
     install(kMrv450);
