@@ -23,62 +23,52 @@ UINT msiWrapper::executeDb(MSIHANDLE hDatabase, const char* sql) {
     return rv;
 }
 
-UINT msiWrapper::editPackage(const char* op, const std::string& path, const std::vector<const char*>& statements) {
+UINT msiWrapper::editPackage(const char* op, const std::string& path, const std::vector<const char*>& statements,
+                              bool makeWritable) {
+    if (!ready(op, op)) return kGeneralFailure;
+    LogLine(Level::Trace, op) << op << " IN";
+    LogLine(Level::Trace, op) << "localPackage: " << path;
+    if (makeWritable) {
+        // The installer caches packages read-only.
+        SetFileAttributesA(path.c_str(), FILE_ATTRIBUTE_NORMAL);
+        LogLine(Level::Trace, op) << "SetFileAttributes - Normal";
+    }
     MsiHandleOwner db(*this);
     UINT rv = m_MsiOpenDatabaseA(path.c_str(), MSIDBOPEN_DIRECT, db.put());
     if (rv != ERROR_SUCCESS) {
         LogLine(Level::Err, op) << "MsiOpenDatabase " << path << " rv:0x" << hex(rv);
-        return rv;
+    } else {
+        // Direct mode writes each change as it runs; a failure leaves the
+        // package as far edited as it got.
+        for (const char* sql : statements) {
+            rv = executeDb(db.get(), sql);
+            if (rv != ERROR_SUCCESS) break;
+        }
     }
-    // Direct mode writes each change as it runs; a failure leaves the
-    // package as far edited as it got.
-    for (const char* sql : statements) {
-        rv = executeDb(db.get(), sql);
-        if (rv != ERROR_SUCCESS) break;
-    }
+    db.put();  // closed before the exit line
+    LogLine(Level::Trace, op) << op << " OUT 0x" << hex(rv);
     return rv;
 }
 
 UINT msiWrapper::oldMRVModifyPackage(const std::string& path) {
-    static const char* const op = "msiWrapper::oldMRVModifyPackage";
-    if (!ready(op, op)) return kGeneralFailure;
-    LogLine(Level::Trace, op) << "msiWrapper::oldMRVModifyPackage IN";
-    LogLine(Level::Trace, op) << "localPackage: " << path;
-    const UINT rv = editPackage(
-        op, path,
-        {"DELETE FROM `CustomAction` WHERE `CustomAction`.`Action`='corecustomdll_uninstall'",
-         "DELETE FROM `File` WHERE `File`.`FileName`='bvsifdh.sys|bvsifdh.sys'",
-         "DELETE FROM `File` WHERE `File`.`FileName`='bvsup.sys|bvsup.sys'"});
-    LogLine(Level::Trace, op) << "msiWrapper::oldMRVModifyPackage OUT 0x" << hex(rv);
-    return rv;
+    // The older release's uninstall must neither call this library's
+    // uninstall entry nor delete the driver files the new release shares.
+    return editPackage("msiWrapper::oldMRVModifyPackage", path,
+                       {"DELETE FROM `CustomAction` WHERE `CustomAction`.`Action`='corecustomdll_uninstall'",
+                        "DELETE FROM `File` WHERE `File`.`FileName`='bvsifdh.sys|bvsifdh.sys'",
+                        "DELETE FROM `File` WHERE `File`.`FileName`='bvsup.sys|bvsup.sys'"});
 }
 
 UINT msiWrapper::MRV_3_50_CustomAction(const std::string& path) {
-    static const char* const op = "msiWrapper::MRV_3_50_CustomAction";
-    if (!ready(op, op)) return kGeneralFailure;
-    LogLine(Level::Trace, op) << "msiWrapper::MRV_3_50_CustomAction IN";
-    LogLine(Level::Trace, op) << "localPackage: " << path;
-    const UINT rv = editPackage(
-        op, path,
-        {"DELETE FROM `CustomAction` WHERE "
-         "`CustomAction`.`Action`='UnInstall.1F7C3E2A_6D94_4B08_A5E1_3C9B0D7E42F6'"});
-    LogLine(Level::Trace, op) << "msiWrapper::MRV_3_50_CustomAction OUT 0x" << hex(rv);
-    return rv;
+    return editPackage("msiWrapper::MRV_3_50_CustomAction", path,
+                       {"DELETE FROM `CustomAction` WHERE "
+                        "`CustomAction`.`Action`='UnInstall.1F7C3E2A_6D94_4B08_A5E1_3C9B0D7E42F6'"});
 }
 
 UINT msiWrapper::MRV_3_50_RemoveCondition(const std::string& path) {
-    static const char* const op = "msiWrapper::MRV_3_50_RemoveCondition";
-    if (!ready(op, op)) return kGeneralFailure;
-    LogLine(Level::Trace, op) << "msiWrapper::MRV_3_50_RemoveCondition IN";
-    LogLine(Level::Trace, op) << "localPackage: " << path;
-    // The installer caches packages read-only.
-    SetFileAttributesA(path.c_str(), FILE_ATTRIBUTE_NORMAL);
-    LogLine(Level::Trace, op) << "SetFileAttributes - Normal";
-    const UINT rv = editPackage(
-        op, path,
-        {"DELETE FROM `LaunchCondition` WHERE `LaunchCondition`.`Condition`='NOT(NEWER_VERSION_EXISTS)'"});
-    LogLine(Level::Trace, op) << "msiWrapper::MRV_3_50_RemoveCondition OUT 0x" << hex(rv);
-    return rv;
+    return editPackage("msiWrapper::MRV_3_50_RemoveCondition", path,
+                       {"DELETE FROM `LaunchCondition` WHERE `LaunchCondition`.`Condition`='NOT(NEWER_VERSION_EXISTS)'"},
+                       true);
 }
 
 UINT msiWrapper::msiRemoveNewerVerCondition(const char* product) {

@@ -14,27 +14,21 @@ LONG openKey(HKEY parent, const std::string& path, REGSAM access, RegKey& key) {
     return RegOpenKeyExA(parent, path.c_str(), 0, access, key.put());
 }
 
-StringList subKeyNames(HKEY key) {
+// Names of the sub-keys, or of the values, of `key`.
+StringList keyNames(HKEY key, bool values) {
     StringList names;
     for (DWORD i = 0;; ++i) {
         char name[kNameChars];
         DWORD count = kNameChars;
-        if (RegEnumKeyExA(key, i, name, &count, nullptr, nullptr, nullptr, nullptr) != ERROR_SUCCESS) break;
+        const LONG rv = values ? RegEnumValueA(key, i, name, &count, nullptr, nullptr, nullptr, nullptr)
+                               : RegEnumKeyExA(key, i, name, &count, nullptr, nullptr, nullptr, nullptr);
+        if (rv != ERROR_SUCCESS) break;
         names.emplace_back(name, count);
     }
     return names;
 }
-
-StringList valueNames(HKEY key) {
-    StringList names;
-    for (DWORD i = 0;; ++i) {
-        char name[kNameChars];
-        DWORD count = kNameChars;
-        if (RegEnumValueA(key, i, name, &count, nullptr, nullptr, nullptr, nullptr) != ERROR_SUCCESS) break;
-        names.emplace_back(name, count);
-    }
-    return names;
-}
+StringList subKeyNames(HKEY key) { return keyNames(key, false); }
+StringList valueNames(HKEY key) { return keyNames(key, true); }
 
 // A REG_SZ (or REG_EXPAND_SZ) value as text; false when it cannot be read.
 bool readText(HKEY key, const std::string& name, std::string& text) {
@@ -154,11 +148,11 @@ StringList msiWrapper::getLocalPackage(const char* product) {
         logExit(op) << " packages: 0";
         return result;
     }
-    std::string path;
-    if (getProductPackagePathUserData(product, path) == ERROR_SUCCESS && !path.empty()) {
-        result.push_back(path);
-    } else if (path.clear(), getProductPackagePathLocalPackages(product, path) == ERROR_SUCCESS) {
-        result.push_back(path);
+    std::string fromUserData, fromLocalPackages;
+    if (getProductPackagePathUserData(product, fromUserData) == ERROR_SUCCESS && !fromUserData.empty()) {
+        result.push_back(fromUserData);
+    } else if (getProductPackagePathLocalPackages(product, fromLocalPackages) == ERROR_SUCCESS) {
+        result.push_back(fromLocalPackages);
     } else {
         // Last resort: every package of the installer's cache folder.
         const std::string folder = windowsDirectory() + "\\Installer\\";

@@ -104,9 +104,11 @@ private:
     // Opens `path` with `mode` and tells whether its Property table holds
     // `product` as a value.
     bool packageHoldsProduct(const std::string& path, const char* product, LPCSTR mode);
-    // Opens `path` in direct mode and runs `statements` until one fails;
+    // "<op> IN", then opens `path` in direct mode (optionally clearing its
+    // read-only attribute first) and runs `statements` until one fails;
     // returns the failing (or last) result, or the open's failure.
-    UINT editPackage(const char* op, const std::string& path, const std::vector<const char*>& statements);
+    UINT editPackage(const char* op, const std::string& path, const std::vector<const char*>& statements,
+                     bool makeWritable = false);
 };
 
 // Closes an installer handle opened through the wrapper.

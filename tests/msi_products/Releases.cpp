@@ -1,6 +1,7 @@
 #include "Releases.h"
 
 #include "support/TestProcess.h"
+#include "support/TestSession.h"
 
 namespace zktest {
 
@@ -31,9 +32,7 @@ void bind(HMODULE m, const char* name, F& fn) {
 const Api& api() {
     static Api a = [] {
         Api x;
-        char dir[MAX_PATH] = {};
-        GetSystemDirectoryA(dir, MAX_PATH);
-        x.module = LoadLibraryA((std::string(dir) + "\\msi.dll").c_str());
+        x.module = MsiApi::get().module;
         if (x.module) {
             bind(x.module, "MsiOpenDatabaseA", x.OpenDatabaseA);
             bind(x.module, "MsiDatabaseOpenViewA", x.DatabaseOpenViewA);
