@@ -30,6 +30,17 @@ public:
 
     void printError(const std::string& method) const;
 
+    // Resource-manager checks. checkRMbehave lists the readers through the
+    // bound entry points (0 also when there are none); checkRMObjName wants the
+    // service to run as NT AUTHORITY\LocalService (else 0x8010001D);
+    // check_RM_behave warns the user through the installer when either fails.
+    LONG checkRMbehave();
+    LONG checkRMObjName();
+    void check_RM_behave(unsigned long hInstall);  // an MSIHANDLE
+    // Readers the resource manager sees and whether the drivers can be
+    // replaced without a restart; stops "SCARDSVR" when they can.
+    void checkEnvironment(UINT& nIfdh, UINT& nVR, UINT& RebootNeeded, UINT& bClassExists);
+
     // Bound state (null until installerInit), readable by the operations and tests.
     ServiceHandle m_hSCManager;
     Module m_hNewdev;

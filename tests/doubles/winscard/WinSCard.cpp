@@ -1,0 +1,176 @@
+// Stand-in winscard.dll. The scenario lives under
+// HKLM\Software\zKCoreInstTests\WinSCard:
+//   Readers (REG_MULTI_SZ)   the reader list in order; absent: no readers (0x8010002E)
+//   Present\<reader>         REG_BINARY ATR of the card in that reader
+//   Cards\<atr hex>          REG_MULTI_SZ card names for that ATR (lower-case hex)
+//   Fail\<call>              REG_DWORD forced result of a call: EstablishContext,
+//                            ListReadersSize, ListReadersData, GetStatusChange,
+//                            GetStatusChange:<reader>, ListCardsSize, ListCardsData
+// and the stand-in records what it was asked:
+//   Calls\<function>         REG_DWORD number of calls (Established/Released count contexts)
+//   Calls\LastScope, LastTimeout, LastCurrentState
+#include <windows.h>
+
+#include <cstdio>
+#include <cstring>
+#include <string>
+#include <vector>
+
+namespace {
+
+typedef ULONG_PTR Context;
+struct ReaderState {  // SCARD_READERSTATEA
+    const char* szReader;
+    void* pvUserData;
+    DWORD dwCurrentState;
+    DWORD dwEventState;
+    DWORD cbAtr;
+    BYTE rgbAtr[36];
+};
+
+const char* const kRoot = "Software\\zKCoreInstTests\\WinSCard";
+constexpr LONG kNoReaders = static_cast<LONG>(0x8010002E);
+constexpr LONG kInsufficientBuffer = static_cast<LONG>(0x80100008);
+constexpr LONG kInvalidHandle = static_cast<LONG>(0x80100003);
+constexpr DWORD kStateChanged = 0x2, kStateEmpty = 0x10, kStatePresent = 0x20;
+
+bool readValue(const char* sub, const std::string& name, DWORD& type, std::string& data) {
+    HKEY key = nullptr;
+    const std::string path = std::string(kRoot) + (sub[0] ? "\\" : "") + sub;
+    if (RegOpenKeyExA(HKEY_LOCAL_MACHINE, path.c_str(), 0, KEY_READ, &key) != ERROR_SUCCESS) return false;
+    DWORD size = 0;
+    LONG rv = RegQueryValueExA(key, name.c_str(), nullptr, &type, nullptr, &size);
+    data.assign(size, '\0');
+    if (rv == ERROR_SUCCESS && size)
+        rv = RegQueryValueExA(key, name.c_str(), nullptr, &type, reinterpret_cast<BYTE*>(&data[0]), &size);
+    RegCloseKey(key);
+    return rv == ERROR_SUCCESS;
+}
+
+DWORD readDword(const char* sub, const std::string& name, DWORD fallback) {
+    DWORD type = 0;
+    std::string data;
+    if (!readValue(sub, name, type, data) || data.size() != sizeof(DWORD)) return fallback;
+    DWORD v = 0;
+    std::memcpy(&v, data.data(), sizeof v);
+    return v;
+}
+
+void writeDword(const std::string& name, DWORD value) {
+    HKEY key = nullptr;
+    const std::string path = std::string(kRoot) + "\\Calls";
+    if (RegCreateKeyExA(HKEY_LOCAL_MACHINE, path.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &key, nullptr))
+        return;
+    RegSetValueExA(key, name.c_str(), 0, REG_DWORD, reinterpret_cast<const BYTE*>(&value), sizeof value);
+    RegCloseKey(key);
+}
+
+void count(const char* name) { writeDword(name, readDword("Calls", name, 0) + 1); }
+
+// The forced result of `call`, or `normal` when the scenario forces none.
+LONG forced(const std::string& call, LONG normal = 0) {
+    return static_cast<LONG>(readDword("Fail", call, static_cast<DWORD>(normal)));
+}
+
+// A multi-string result: size query with a null buffer, fetch otherwise.
+LONG answer(const std::string& text, const char* sizeCall, const char* dataCall, char* buffer, DWORD* length) {
+    if (!buffer) {
+        const LONG rv = forced(sizeCall);
+        if (rv == 0) *length = static_cast<DWORD>(text.size());
+        return rv;
+    }
+    const LONG rv = forced(dataCall);
+    if (rv) return rv;
+    if (*length < text.size()) return kInsufficientBuffer;
+    std::memcpy(buffer, text.data(), text.size());
+    *length = static_cast<DWORD>(text.size());
+    return 0;
+}
+
+// A REG_MULTI_SZ as stored, made into a proper double-NUL-terminated list.
+std::string multiString(std::string data) {
+    while (!data.empty() && data.back() == '\0') data.pop_back();
+    return data.empty() ? std::string(1, '\0') : data + std::string(2, '\0');
+}
+
+std::string hexOf(const BYTE* bytes, size_t n) {
+    std::string s;
+    char two[3];
+    for (size_t i = 0; i < n; ++i) {
+        std::snprintf(two, sizeof two, "%02x", bytes[i]);
+        s += two;
+    }
+    return s;
+}
+
+}  // namespace
+
+extern "C" {
+
+LONG WINAPI SCardEstablishContext(DWORD scope, const void*, const void*, Context* context) {
+    count("EstablishContext");
+    writeDword("LastScope", scope);
+    const LONG rv = forced("EstablishContext");
+    if (rv) return rv;
+    count("Established");
+    static Context next = 0x5c000;
+    *context = ++next;
+    return 0;
+}
+
+LONG WINAPI SCardReleaseContext(Context context) {
+    if (!context) return kInvalidHandle;
+    count("Released");
+    return 0;
+}
+
+LONG WINAPI SCardListReadersA(Context, const char*, char* buffer, DWORD* length) {
+    count("ListReaders");
+    DWORD type = 0;
+    std::string data;
+    if (!readValue("", "Readers", type, data)) {
+        const LONG rv = forced(buffer ? "ListReadersData" : "ListReadersSize", kNoReaders);
+        return rv ? rv : kNoReaders;
+    }
+    return answer(multiString(data), "ListReadersSize", "ListReadersData", buffer, length);
+}
+
+LONG WINAPI SCardGetStatusChangeA(Context, DWORD timeout, ReaderState* states, DWORD n) {
+    count("GetStatusChange");
+    writeDword("LastTimeout", timeout);
+    for (DWORD i = 0; i < n; ++i) {
+        ReaderState& s = states[i];
+        writeDword("LastCurrentState", s.dwCurrentState);
+        LONG rv = forced("GetStatusChange");
+        if (!rv) rv = forced(std::string("GetStatusChange:") + s.szReader);
+        if (rv) return rv;
+        DWORD type = 0;
+        std::string atr;
+        if (readValue("Present", s.szReader, type, atr)) {
+            s.dwEventState = kStatePresent | kStateChanged;
+            s.cbAtr = static_cast<DWORD>(atr.size() < sizeof s.rgbAtr ? atr.size() : sizeof s.rgbAtr);
+            std::memcpy(s.rgbAtr, atr.data(), s.cbAtr);
+        } else {
+            s.dwEventState = kStateEmpty | kStateChanged;
+            s.cbAtr = 0;
+        }
+    }
+    return 0;
+}
+
+LONG WINAPI SCardListCardsA(Context, const BYTE* atr, const void*, DWORD, char* buffer, DWORD* length) {
+    count("ListCards");
+    // The names are stored under the hex of the ATR; the longest match wins.
+    std::string names(1, '\0');
+    for (size_t n = 36; atr && n > 0; --n) {
+        DWORD type = 0;
+        std::string data;
+        if (readValue("Cards", hexOf(atr, n), type, data)) {
+            names = multiString(data);
+            break;
+        }
+    }
+    return answer(names, "ListCardsSize", "ListCardsData", buffer, length);
+}
+
+}  // extern "C"
