@@ -4,6 +4,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "drivers/SetupBindings.h"
 #include "frame/CoreInstaller.h"
@@ -29,6 +30,15 @@ public:
     void installerFinal();
 
     void printError(const std::string& method) const;
+
+    // Driver staging. Copies <setup folder>\file to <system dir>\Drivers\file
+    // only when the staged file is newer; never throws.
+    void copy_sys(const std::string& file);
+    // Installs the filter driver (unless bMinimalHw) and pre-installs the reader
+    // and token INFs; throws when a required file is missing or an INF copy fails.
+    void copy_oem(bool bMinimalHw);
+    // Paths of the system catalogs that list the hash of `file`; 1 when any.
+    int enumareFile(const std::string& file, std::vector<std::string>& catalogs);
 
     // Resource-manager checks. checkRMbehave lists the readers through the
     // bound entry points (0 also when there are none); checkRMObjName wants the
@@ -71,6 +81,8 @@ public:
 private:
     bool bindRequiredLibraries();
     void bindCatalogFunctions();
+    // Replaces the catalogs that list the filter driver by the filter's own one.
+    void refreshFilterCatalog(const std::string& filterSys, const std::string& filterCat);
 };
 
 }  // namespace zk

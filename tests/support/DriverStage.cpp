@@ -122,9 +122,7 @@ std::string DriverStage::infFolder() {
     GetWindowsDirectoryA(buf, MAX_PATH);
     return std::string(buf) + "\\inf";
 }
-std::string DriverStage::fixture(const std::string& relative) {
-    return env("ZK_FIXTURES") + "\\drivers\\" + relative;
-}
+std::string DriverStage::fixture(const std::string& relative) { return env("ZK_FIXTURES") + "\\drivers\\" + relative; }
 
 DriverStage::DriverStage() {
     cleanUp();
