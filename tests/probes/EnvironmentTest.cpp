@@ -1,0 +1,170 @@
+// The reboot decision and the clean-up of the resource manager's reader keys.
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "StandIn.h"
+#include "cleanup/RMTable.h"
+#include "drivers/Win2KCoreInstaller.h"
+#include "support/TestLog.h"
+#include "support/TestRegistry.h"
+
+using namespace zk;
+using zktest::keyExists;
+using zktest::LogCapture;
+using zktest::Scenario;
+using zktest::ScardSvrService;
+
+namespace {
+
+const char* const kOp = "Win2KCoreInstaller::checkEnvironment()";
+const char* const kTokenClass = "SYSTEM\\CurrentControlSet\\Control\\Class\\{3C1E9A40-5B7D-4E21-9F08-6D2A7C4B1E93}";
+const char* const kCalais = "Software\\Microsoft\\Cryptography\\Calais\\Readers";
+
+std::string trace(const std::string& text) { return std::string("Trace in ") + kOp + ", " + text; }
+
+struct Outcome {
+    UINT nIfdh = 9, nVR = 9, reboot = 9, classExists = 9;
+};
+
+class Environment : public ::testing::Test {
+protected:
+    void SetUp() override { service.start(); }
+    void TearDown() override {
+        zktest::deleteTree(HKEY_LOCAL_MACHINE, kTokenClass);
+        EXPECT_EQ(rm.calls("Established"), rm.calls("Released"));
+    }
+    Outcome check() {
+        Outcome o;
+        installer.checkEnvironment(o.nIfdh, o.nVR, o.reboot, o.classExists);
+        return o;
+    }
+    Scenario rm;
+    ScardSvrService service;
+    Win2KCoreInstaller installer;
+};
+
+TEST_F(Environment, OnlyProductReadersNeedNoRebootAndStopTheService) {
+    rm.readers({"BVS ifdh 0", "BVS VR 0", "BVS ifdh 1"});
+    LogCapture log;
+    const Outcome o = check();
+    EXPECT_EQ(o.nIfdh, 2u);
+    EXPECT_EQ(o.nVR, 1u);
+    EXPECT_EQ(o.reboot, 0u);
+    EXPECT_EQ(o.classExists, 0u);
+    EXPECT_EQ(service.state(), static_cast<DWORD>(SERVICE_STOPPED));
+    EXPECT_TRUE(log.hasInOrder({trace("nIfdh=2 nVR=1 nOthers=0 bTokenPresent=0 rv=0x0 RebootNeeded=0"),
+                                "Trace in ::stopService, ControlService(SERVICE_CONTROL_STOP) stopped",
+                                std::string(kOp) + ": exit "}))
+        << log.dump();
+    EXPECT_FALSE(log.has(std::string("Warn in ") + kOp + ", fake reader doesn't exist"));
+}
+
+TEST_F(Environment, EveryCauseIsLoggedInOrderAndTheServiceKeepsRunning) {
+    rm.readers({"BVS ifdh 0", "BVS VR 0", "Acme 0", "Acme 1"});
+    rm.card("Acme 1", {0x3b, 0x00});
+    rm.fail("ListReadersData", 0);
+    rm.fail("GetStatusChange:Acme 1", 0);
+    LogCapture log;
+    Outcome o = check();
+    EXPECT_EQ(o.reboot, 1u);
+    EXPECT_EQ(o.nVR, 1u);
+    EXPECT_EQ(service.state(), static_cast<DWORD>(SERVICE_RUNNING));
+    EXPECT_TRUE(log.hasInOrder({trace("RebootNeeded because found TokenPresent"),
+                                trace("RebootNeeded because nOthers=2"),
+                                trace("nIfdh=1 nVR=1 nOthers=2 bTokenPresent=1 rv=0x0 RebootNeeded=1")}))
+        << log.dump();
+    EXPECT_FALSE(log.has("::stopService: entry <time>   name=SCARDSVR"));
+
+    // A failing reader list is a cause of its own (the readers cannot be counted then).
+    rm.readers({"BVS VR 0"});
+    rm.fail("ListReadersSize", 0x80100017);
+    LogCapture failing;
+    o = check();
+    EXPECT_EQ(o.reboot, 1u);
+    EXPECT_EQ(o.nVR, 0u);
+    EXPECT_TRUE(failing.hasInOrder({std::string("Warn in ") + kOp + ", fake reader doesn't exist",
+                                    trace("RebootNeeded because rv=0x80100017"),
+                                    trace("nIfdh=0 nVR=0 nOthers=0 bTokenPresent=0 rv=0x80100017 RebootNeeded=1")}))
+        << failing.dump();
+}
+
+TEST_F(Environment, NoReadersAtAllStillStopsTheService) {
+    LogCapture log;
+    const Outcome o = check();
+    EXPECT_EQ(o.reboot, 0u);
+    EXPECT_EQ(o.nVR, 0u);
+    EXPECT_EQ(service.state(), static_cast<DWORD>(SERVICE_STOPPED));
+    EXPECT_TRUE(log.has(trace("nIfdh=0 nVR=0 nOthers=0 bTokenPresent=0 rv=0x0 RebootNeeded=0"))) << log.dump();
+}
+
+TEST_F(Environment, ServiceThatCannotBeStoppedAsksForReboot) {
+    rm.readers({"BVS VR 0"});
+    installer.m_hSCManager.reset();  // the stop request cannot reach the service manager
+    LogCapture log;
+    const Outcome o = check();
+    EXPECT_EQ(o.reboot, static_cast<UINT>(ERROR_INVALID_HANDLE));
+    EXPECT_EQ(service.state(), static_cast<DWORD>(SERVICE_RUNNING));
+    EXPECT_TRUE(log.has("Err in ::stopService, OpenService() fails, rv=0x6")) << log.dump();
+}
+
+TEST_F(Environment, TokenDeviceClassForcesReboot) {
+    rm.readers({"BVS VR 0"});
+    zktest::writeString(HKEY_LOCAL_MACHINE, kTokenClass, "Class", "Zenkey");
+    LogCapture log;
+    const Outcome o = check();
+    EXPECT_EQ(o.reboot, 1u);
+    EXPECT_EQ(o.classExists, 1u);
+    EXPECT_TRUE(log.hasInOrder({"::stopService: exit , reboot: 0", std::string("Warn in ") + kOp +
+                                                                        ", Zenkey Class Exists."}))
+        << log.dump();
+}
+
+class CalaisReaders : public ::testing::Test {
+protected:
+    void SetUp() override { existed = keyExists(HKEY_LOCAL_MACHINE, kCalais); }
+    void TearDown() override {
+        for (const char* name : {"BVS VR 0", "Reader BVS 1", "BVSReader", "Acme Reader 0", "BVS ifdh 0"})
+            zktest::deleteTree(HKEY_LOCAL_MACHINE, std::string(kCalais) + "\\" + name);
+        if (!existed) {
+            zktest::deleteTree(HKEY_LOCAL_MACHINE, kCalais);
+        } else if (!keyExists(HKEY_LOCAL_MACHINE, kCalais)) {  // made again, empty
+            zktest::writeString(HKEY_LOCAL_MACHINE, kCalais, "zkTmp", "");
+            zktest::deleteValue(HKEY_LOCAL_MACHINE, kCalais, "zkTmp");
+        }
+    }
+    static std::string reader(const std::string& name) { return std::string(kCalais) + "\\" + name; }
+    bool existed = false;
+};
+
+TEST_F(CalaisReaders, OnlyKeysWithTheProductPrefixGo) {
+    zktest::writeString(HKEY_LOCAL_MACHINE, reader("BVS VR 0") + "\\Deep\\Deeper", "x", "1");
+    zktest::writeString(HKEY_LOCAL_MACHINE, reader("Reader BVS 1"), "Device", "x");
+    zktest::writeString(HKEY_LOCAL_MACHINE, reader("BVS ifdh 0"), "Device", "x");
+    zktest::writeString(HKEY_LOCAL_MACHINE, reader("BVSReader"), "Device", "x");
+    zktest::writeString(HKEY_LOCAL_MACHINE, reader("Acme Reader 0"), "Device", "x");
+    LogCapture log;
+    cleanupAfterScardSvr();
+    EXPECT_FALSE(keyExists(HKEY_LOCAL_MACHINE, reader("BVS VR 0")));
+    EXPECT_FALSE(keyExists(HKEY_LOCAL_MACHINE, reader("Reader BVS 1")));
+    EXPECT_FALSE(keyExists(HKEY_LOCAL_MACHINE, reader("BVS ifdh 0")));
+    EXPECT_TRUE(keyExists(HKEY_LOCAL_MACHINE, reader("BVSReader")));
+    EXPECT_TRUE(keyExists(HKEY_LOCAL_MACHINE, reader("Acme Reader 0")));
+    EXPECT_EQ(log.lines(), (std::vector<std::string>{" ", "::cleanupAfterScardSvr: entry <time>  ",
+                                                    "::cleanupAfterScardSvr: exit "}))
+        << log.dump();
+}
+
+TEST_F(CalaisReaders, MissingReadersKeyEndsQuietly) {
+    // Wine's prefix has an empty Readers key; it is made again afterwards.
+    zktest::deleteTree(HKEY_LOCAL_MACHINE, kCalais);
+    LogCapture log;
+    cleanupAfterScardSvr();
+    EXPECT_TRUE(log.has("Warn in ::cleanupAfterScardSvr, RegOpenKeyEx Software\\Microsoft\\Cryptography\\Calais\\"
+                        "Readers, rv=0x2"))
+        << log.dump();
+    EXPECT_FALSE(keyExists(HKEY_LOCAL_MACHINE, kCalais));
+}
+
+}  // namespace

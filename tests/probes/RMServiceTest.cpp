@@ -1,0 +1,179 @@
+// The resource-manager configuration checks: the reader walk through the
+// installer object's bound functions, the service account, and the warning
+// shown in a real installer session.
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "StandIn.h"
+#include "cleanup/RMTable.h"
+#include "drivers/Win2KCoreInstaller.h"
+#include "support/TestLog.h"
+#include "support/TestSession.h"
+
+using namespace zk;
+using zktest::LogCapture;
+using zktest::Scenario;
+using zktest::ScardSvrService;
+using zktest::TestSession;
+
+namespace {
+
+const char* const kCheckOp = "Win2KCoreInstaller::checkRMbehave()";
+const LONG kNoService = static_cast<LONG>(SCARD_E_NO_SERVICE);
+const std::string kDefaultText =
+    "There appears to be a problem with the Smart Card Resource Manager configuration on this computer.\n"
+    "The installation will be completed, but may not work correctly.\n"
+    "Please contact your System Administrator to solve the problem.";
+
+class RMService : public ::testing::Test {
+protected:
+    void TearDown() override { EXPECT_EQ(rm.calls("Established"), rm.calls("Released")); }
+    Scenario rm;
+    Win2KCoreInstaller installer;
+};
+
+TEST_F(RMService, BehaveWalksAtMostTenReaders) {
+    std::vector<std::string> twelve;
+    for (int i = 0; i < 12; ++i) twelve.push_back("Reader " + std::to_string(i));
+    rm.readers(twelve);
+    LogCapture log;
+    EXPECT_EQ(installer.checkRMbehave(), SCARD_S_SUCCESS);
+    std::vector<std::string> expected = {" ", std::string(kCheckOp) + ": entry <time>  "};
+    for (int i = 0; i < 10; ++i) {
+        char index[8];
+        snprintf(index, sizeof index, "%x", i);
+        expected.push_back(std::string("Trace in ") + kCheckOp + ", \treader(0x" + index + ") - Reader " +
+                           std::to_string(i));
+    }
+    expected.push_back(std::string("Trace in ") + kCheckOp + ", Total readers=0xa");
+    expected.push_back(std::string(kCheckOp) + ": exit ");
+    EXPECT_EQ(log.lines(), expected) << log.dump();
+}
+
+TEST_F(RMService, BehaveUsesTheBoundFunctions) {
+    // Swapping the bound context call shows which one is used.
+    static LONG seenScope = -1;
+    installer.m_SCardEstablishContext = [](DWORD scope, LPCVOID, LPCVOID, LPSCARDCONTEXT) -> LONG {
+        seenScope = static_cast<LONG>(scope);
+        return static_cast<LONG>(0x80100004);
+    };
+    LogCapture log;
+    EXPECT_EQ(installer.checkRMbehave(), static_cast<LONG>(0x80100004));
+    EXPECT_EQ(seenScope, static_cast<LONG>(SCARD_SCOPE_SYSTEM));
+    EXPECT_TRUE(log.has(std::string("Err in ") + kCheckOp + ", SCardEstablishContext fails , rv=0x80100004"))
+        << log.dump();
+    EXPECT_EQ(rm.calls("EstablishContext"), 0u);
+}
+
+TEST_F(RMService, BehaveIgnoresNoReadersButNotOtherFailures) {
+    LogCapture none;
+    EXPECT_EQ(installer.checkRMbehave(), SCARD_S_SUCCESS);
+    EXPECT_TRUE(none.has(std::string("Warn in ") + kCheckOp +
+                         ", SCARD_E_NO_READERS_AVAILABLE error ignored rv=0x8010002e"))
+        << none.dump();
+    EXPECT_TRUE(none.has(std::string("Err in ") + kCheckOp + ", m_SCardListReaders fails , rv=0x8010002e"))
+        << none.dump();
+
+    rm.readers({"Reader"});
+    rm.fail("ListReadersData", 0x80100008);
+    LogCapture data;
+    EXPECT_EQ(installer.checkRMbehave(), static_cast<LONG>(0x80100008));
+    EXPECT_TRUE(data.has(std::string("Err in ") + kCheckOp + ", m_SCardListReaders fails read all data, rv=0x80100008"))
+        << data.dump();
+    EXPECT_EQ(rm.calls("Established"), 2u);
+}
+
+TEST_F(RMService, AccountMustBeLocalServiceExactly) {
+    ScardSvrService service;
+    struct Case {
+        const char* account;
+        LONG expected;
+    };
+    for (const Case& c : {Case{"NT AUTHORITY\\LocalService", 0}, Case{"nt authority\\localservice", kNoService},
+                          Case{"NT AUTHORITY\\LocalService ", kNoService}, Case{"LocalSystem", kNoService}}) {
+        service.setObjectName(c.account);
+        LogCapture log;
+        EXPECT_EQ(installer.checkRMObjName(), c.expected) << c.account;
+        EXPECT_TRUE(log.has(std::string("Trace in ::rmObjectName, ObjectName=") + c.account)) << log.dump();
+        EXPECT_EQ(log.has("Err in Win2KCoreInstaller::checkRMObjName(), under XP RM must run as "
+                          "NT AUTHORITY\\LocalService..."),
+                  c.expected != 0)
+            << log.dump();
+    }
+}
+
+TEST_F(RMService, MissingServiceKeyOrValueIsReturned) {
+    LogCapture noKey;
+    std::string account;
+    EXPECT_EQ(rmObjectName(account), ERROR_FILE_NOT_FOUND);
+    EXPECT_EQ(installer.checkRMObjName(), ERROR_FILE_NOT_FOUND);
+    EXPECT_TRUE(noKey.hasInOrder({"Err in ::rmObjectName, registry HKLM\\SYSTEM\\CurrentControlSet\\Services\\SCardSvr"
+                                  ", rv=0x2",
+                                  "::rmObjectName: exit , rv=0x2"}))
+        << noKey.dump();
+}
+
+class RMBehaveSession : public RMService {
+protected:
+    void SetUp() override {
+        rmConfigDlgText() = kDefaultText;
+        service.setObjectName("NT AUTHORITY\\LocalService");
+    }
+    ScardSvrService service;
+};
+
+TEST_F(RMBehaveSession, WorkingResourceManagerStartsTheServiceAndStaysQuiet) {
+    rm.readers({"BVS VR 0"});
+    TestSession session(TestSession::Ui::Scripted);
+    const int before = TestSession::messageCount();
+    LogCapture log;
+    installer.check_RM_behave(session.handle());
+    EXPECT_EQ(TestSession::messageCount(), before);
+    EXPECT_EQ(service.state(), static_cast<DWORD>(SERVICE_RUNNING));
+    EXPECT_TRUE(log.hasInOrder({"Trace in Win2KCoreInstaller::check_RM_behave(), Start RM to check if configured "
+                                "properly.",
+                                "::startService: entry <time>   name=SCARDSVR",
+                                "Trace in Win2KCoreInstaller::check_RM_behave(), checkRMbehave to "
+                                "SCardEstablishContext.",
+                                "Win2KCoreInstaller::check_RM_behave(): exit "}))
+        << log.dump();
+}
+
+TEST_F(RMBehaveSession, FailingContextShowsThePropertyText) {
+    rm.fail("EstablishContext", 0x80100001);
+    TestSession session(TestSession::Ui::Scripted, IDCANCEL);
+    session.set("RM_CONFIG_DLG", "Resource manager needs care.");
+    LogCapture log;
+    installer.check_RM_behave(session.handle());
+    EXPECT_EQ(TestSession::lastMessage(), "Resource manager needs care.");
+    EXPECT_EQ(TestSession::lastType() & 0xFFFFFu, 0x40030u);
+    EXPECT_EQ(rmConfigDlgText(), "Resource manager needs care.") << "kept for the rest of the process";
+    EXPECT_TRUE(log.has("Trace in Win2KCoreInstaller::check_RM_behave(), call getPropStrVal(RM_CONFIG_DLG)"))
+        << log.dump();
+}
+
+TEST_F(RMBehaveSession, WrongAccountWarnsWithTheDefaultTextWithoutStarting) {
+    service.setObjectName("LocalSystem");
+    TestSession session(TestSession::Ui::Scripted);
+    LogCapture log;
+    installer.check_RM_behave(session.handle());
+    EXPECT_EQ(TestSession::lastMessage(), kDefaultText);
+    EXPECT_EQ(service.state(), static_cast<DWORD>(SERVICE_STOPPED));
+    EXPECT_FALSE(log.has("Trace in Win2KCoreInstaller::check_RM_behave(), Start RM to check if configured properly."));
+    EXPECT_TRUE(log.has("Warn in Win2KCoreInstaller::check_RM_behave(), getPropStrVal(RM_CONFIG_DLG) returns empty "
+                        "value, leave string as default."))
+        << log.dump();
+}
+
+TEST_F(RMBehaveSession, NoSessionNoMessage) {
+    service.setObjectName("LocalSystem");
+    const int before = TestSession::messageCount();
+    LogCapture log;
+    installer.check_RM_behave(0);
+    EXPECT_EQ(TestSession::messageCount(), before);
+    EXPECT_FALSE(log.has("Trace in Win2KCoreInstaller::check_RM_behave(), call getPropStrVal(RM_CONFIG_DLG)"));
+}
+
+}  // namespace

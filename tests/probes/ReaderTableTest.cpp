@@ -1,0 +1,256 @@
+// The reader table, the reader counts and the token probe against the
+// winscard stand-in: what they report, what they log, and that every context
+// they establish is released again.
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "StandIn.h"
+#include "cleanup/RMTable.h"
+#include "support/TestLog.h"
+
+using namespace zk;
+using zktest::LogCapture;
+using zktest::Scenario;
+
+namespace {
+
+const std::vector<BYTE> kAtr = {0x3b, 0x02, 0x14, 0x50};
+const LONG kNoReaders = static_cast<LONG>(SCARD_E_NO_READERS_AVAILABLE);
+
+class ReaderTable : public ::testing::Test {
+protected:
+    void TearDown() override {
+        EXPECT_EQ(rm.calls("Established"), rm.calls("Released")) << "a context was left open";
+    }
+    Scenario rm;
+};
+
+TEST_F(ReaderTable, SnapshotKeepsOrderCardsAndCardNames) {
+    rm.readers({"BVS VR 0", "Other Reader 1", "Zero ATR"});
+    rm.card("Other Reader 1", kAtr);
+    rm.card("Zero ATR", std::vector<BYTE>(33, 0));
+    rm.cardNames(kAtr, {"Card A", "Card B"});
+    LogCapture log;
+    RMTable table;
+    std::vector<ReaderEntry> readers;
+    EXPECT_EQ(table.snapshot(readers), SCARD_S_SUCCESS);
+    ASSERT_EQ(readers.size(), 3u);
+    EXPECT_EQ(readers[0].name, "BVS VR 0");
+    EXPECT_EQ(readers[0].hasCard, 0u);
+    EXPECT_TRUE(readers[0].atr.empty() && readers[0].cardNames.empty());
+    EXPECT_EQ(readers[1].hasCard, 1u);
+    EXPECT_EQ(readers[1].atr, kAtr);
+    EXPECT_EQ(readers[1].cardNames, (std::vector<std::string>{"Card A", "Card B"}));
+    EXPECT_EQ(readers[2].hasCard, 1u);
+    EXPECT_TRUE(readers[2].atr.empty()) << "an all-zero ATR is not kept";
+    EXPECT_EQ(log.lines(), (std::vector<std::string>{
+                               " ", "RMTable::snapshot: entry <time>  ",
+                               "Trace in RMTable::snapshot, check reader <BVS VR 0>",
+                               "Trace in RMTable::snapshot, check reader <Other Reader 1>",
+                               "Warn in RMTable::snapshot, reader <Other Reader 1> hasCard",
+                               "Trace in RMTable::snapshot, \tcardName=Card A",
+                               "Trace in RMTable::snapshot, \tcardName=Card B",
+                               "Trace in RMTable::snapshot, check reader <Zero ATR>",
+                               "Warn in RMTable::snapshot, reader <Zero ATR> hasCard", "RMTable::snapshot: exit "}))
+        << log.dump();
+    EXPECT_EQ(rm.calls("LastScope"), static_cast<DWORD>(SCARD_SCOPE_SYSTEM));
+    EXPECT_EQ(rm.calls("LastTimeout"), 0u);
+    EXPECT_EQ(rm.calls("LastCurrentState"), static_cast<DWORD>(SCARD_STATE_UNAWARE));
+    EXPECT_EQ(rm.calls("Established"), 1u);
+}
+
+TEST_F(ReaderTable, FailuresOfStateAndCardQueriesKeepTheReader) {
+    rm.readers({"First", "Second"});
+    rm.card("First", kAtr);
+    rm.fail("ListCardsSize", 0x80100006);
+    rm.fail("GetStatusChange:Second", 0x8010000a);
+    LogCapture log;
+    RMTable table;
+    std::vector<ReaderEntry> readers;
+    // The last call's result comes back although the table is filled.
+    EXPECT_EQ(table.snapshot(readers), static_cast<LONG>(0x8010000a));
+    ASSERT_EQ(readers.size(), 2u);
+    EXPECT_EQ(readers[0].hasCard, 1u);
+    EXPECT_TRUE(readers[0].cardNames.empty());
+    EXPECT_EQ(readers[1].hasCard, 0u);
+    EXPECT_TRUE(log.hasInOrder({"Err in RMTable::snapshot, SCardListCards fails , rv=0x80100006",
+                                "Trace in RMTable::snapshot, check reader <Second>",
+                                "Err in RMTable::snapshot, SCardGetStatusChange fails , rv=0x8010000a"}))
+        << log.dump();
+
+    // A failing card database on the last reader is what the table reports.
+    rm.fail("GetStatusChange:Second", 0);
+    rm.card("Second", kAtr);
+    rm.fail("ListCardsSize", 0);
+    rm.fail("ListCardsData", 0x80100006);
+    readers.clear();
+    EXPECT_EQ(table.snapshot(readers), static_cast<LONG>(0x80100006));
+    EXPECT_EQ(readers.size(), 2u);
+}
+
+TEST_F(ReaderTable, ListFailuresAreLoggedAndReturned) {
+    LogCapture none;
+    RMTable table;
+    std::vector<ReaderEntry> readers;
+    EXPECT_EQ(table.snapshot(readers), kNoReaders);
+    EXPECT_TRUE(none.has("Warn in RMTable::snapshot, SCARD_E_NO_READERS_AVAILABLE - may be setup on clean system"))
+        << none.dump();
+
+    rm.readers({"Reader"});
+    rm.fail("ListReadersData", 0x80100008);
+    LogCapture data;
+    EXPECT_EQ(table.snapshot(readers), static_cast<LONG>(0x80100008));
+    EXPECT_TRUE(data.has("Err in RMTable::snapshot, SCardListReaders fails read all data, rv=0x80100008"))
+        << data.dump();
+
+    rm.fail("ListReadersSize", 0x80100017);
+    LogCapture size;
+    EXPECT_EQ(table.snapshot(readers), static_cast<LONG>(0x80100017));
+    EXPECT_TRUE(size.has("Err in RMTable::snapshot, SCardListReaders fails, rv=0x80100017")) << size.dump();
+
+    rm.fail("EstablishContext", 0x8010001d);
+    LogCapture context;
+    EXPECT_EQ(table.snapshot(readers), static_cast<LONG>(0x8010001d));
+    EXPECT_TRUE(context.has("Err in RMTable::snapshot, SCardEstablishContext fails, rv=0x8010001d")) << context.dump();
+    EXPECT_TRUE(readers.empty());
+}
+
+TEST_F(ReaderTable, ListReadersFiltersBySubstring) {
+    rm.readers({"BVS ifdh 0", "Acme Reader", "BVS ifdh 1"});
+    LogCapture log;
+    RMTable table;
+    std::vector<std::string> names = {"stale"};
+    EXPECT_EQ(table.listReaders(names, "BVS ifdh"), SCARD_S_SUCCESS);
+    EXPECT_EQ(names, (std::vector<std::string>{"BVS ifdh 0", "BVS ifdh 1"}));
+    EXPECT_TRUE(log.hasInOrder({"RMTable::listReaders: entry <time>  , filter=BVS ifdh",
+                                "Trace in RMTable::listReaders, \tfound reader name=BVS ifdh 0",
+                                "Trace in RMTable::listReaders, \tfound reader name=BVS ifdh 1"}))
+        << log.dump();
+    EXPECT_EQ(table.readers().size(), 3u);
+    EXPECT_EQ(table.listReaders(names, ""), SCARD_S_SUCCESS);
+    EXPECT_EQ(names.size(), 3u);
+
+    rm.fail("GetStatusChange:Acme Reader", 0x80100009);
+    rm.readers({"BVS ifdh 0", "Acme Reader"});
+    LogCapture failing;
+    EXPECT_EQ(table.listReaders(names, ""), static_cast<LONG>(0x80100009));
+    EXPECT_TRUE(names.empty());
+    EXPECT_TRUE(failing.has("Err in RMTable::listReaders, snapshot() fails, rv=0x80100009")) << failing.dump();
+}
+
+TEST_F(ReaderTable, CountsOfProductAndOtherReaders) {
+    rm.readers({"BVS ifdh 0", "BVS VR 0", "BVS ifdh 1", "Acme 0"});
+    UINT nIfdh = 9, nOthers = 9;
+    LogCapture log;
+    countIfdhReaders(nIfdh, nOthers);
+    EXPECT_EQ(nIfdh, 2u);
+    EXPECT_EQ(nOthers, 2u);
+    EXPECT_TRUE(log.hasInOrder({"::snapshotScardDevice: entry <time>   nameDevice=BVS ifdh",
+                                "::snapshotScardDevice: exit , rmExists: 1, BVS: 2, others: 2"}))
+        << log.dump();
+    EXPECT_TRUE(isVirtualReaderPresent());
+    rm.readers({"BVS ifdh 0", "bvs vr 0"});  // the fragment is case-sensitive
+    EXPECT_FALSE(isVirtualReaderPresent());
+}
+
+TEST_F(ReaderTable, NoReadersMeansTheReadersCannotBeListed) {
+    UINT n = 7, others = 7;
+    LogCapture log;
+    EXPECT_FALSE(snapshotScardDevice("BVS ifdh", n, others));
+    EXPECT_EQ(n, 0u);
+    EXPECT_EQ(others, 0u);
+    EXPECT_TRUE(log.hasInOrder({"Trace in ::snapshotScardDevice, Cannot list readers",
+                                "::snapshotScardDevice: exit , rmExists: 0, BVS: 0, others: 0"}))
+        << log.dump();
+    EXPECT_FALSE(isVirtualReaderPresent());
+}
+
+TEST_F(ReaderTable, OddReaderLists) {
+    // An empty list, very long names and two hundred readers.
+    rm.readers({});
+    UINT n = 1, others = 1;
+    EXPECT_TRUE(snapshotScardDevice("BVS VR", n, others));
+    EXPECT_EQ(n + others, 0u);
+
+    const std::string longName = "BVS VR " + std::string(3000, 'x');
+    std::vector<std::string> many = {longName};
+    for (int i = 0; i < 199; ++i) many.push_back("Reader " + std::to_string(i));
+    rm.readers(many);
+    rm.card("Reader 198", kAtr);
+    RMTable table;
+    std::vector<ReaderEntry> readers;
+    EXPECT_EQ(table.snapshot(readers), SCARD_S_SUCCESS);
+    ASSERT_EQ(readers.size(), 200u);
+    EXPECT_EQ(readers[0].name, longName);
+    EXPECT_EQ(readers[199].name, "Reader 198");
+    EXPECT_EQ(readers[199].hasCard, 1u);
+    EXPECT_TRUE(snapshotScardDevice("BVS VR", n, others));
+    EXPECT_EQ(n, 1u);
+    EXPECT_EQ(others, 199u);
+}
+
+TEST_F(ReaderTable, TokenPresentStopsAtTheFirstTokenAndAsksWithEmpty) {
+    rm.readers({"Empty 0", "Token 1", "Token 2"});
+    rm.card("Token 1", kAtr);
+    rm.card("Token 2", kAtr);
+    DWORD bTokenPresent = 5;
+    LogCapture log;
+    EXPECT_EQ(isTokenPresent(bTokenPresent), SCARD_S_SUCCESS);
+    EXPECT_EQ(bTokenPresent, 1u);
+    EXPECT_EQ(log.lines(), (std::vector<std::string>{
+                               " ", "::isTokenPresent: entry <time>  ", " ", "::checkPresent: entry <time>  ",
+                               "::checkPresent: exit , reader <Empty 0> ,token not found",
+                               "Trace in ::isTokenPresent, found reader <Empty 0>, empty", " ",
+                               "::checkPresent: entry <time>  ", "::checkPresent: exit , reader <Token 1> ,token present",
+                               "Trace in ::isTokenPresent, found reader <Token 1>, token present",
+                               "::isTokenPresent: exit  rv=0x0 ,token present"}))
+        << log.dump();
+    EXPECT_EQ(rm.calls("LastCurrentState"), static_cast<DWORD>(SCARD_STATE_EMPTY));
+    EXPECT_EQ(rm.calls("GetStatusChange"), 2u);
+}
+
+TEST_F(ReaderTable, TokenProbeOnEmptyAndFailingLists) {
+    DWORD bTokenPresent = 1;
+    LogCapture none;
+    EXPECT_EQ(isTokenPresent(bTokenPresent), SCARD_S_SUCCESS);
+    EXPECT_EQ(bTokenPresent, 0u);
+    EXPECT_TRUE(none.hasInOrder(
+        {"Warn in ::isTokenPresent, ignore error SCARD_E_NO_READERS_AVAILABLE (rv=0x8010002e)",
+         "::isTokenPresent: exit  rv=0x0 ,token not found"}))
+        << none.dump();
+
+    rm.readers({});
+    LogCapture empty;
+    EXPECT_EQ(isTokenPresent(bTokenPresent), SCARD_S_SUCCESS);
+    EXPECT_TRUE(empty.has("Trace in ::isTokenPresent, SCardListReaders(), found 0 readers")) << empty.dump();
+
+    rm.readers({"Reader"});
+    rm.fail("ListReadersData", 0x80100008);
+    LogCapture data;
+    EXPECT_EQ(isTokenPresent(bTokenPresent), static_cast<LONG>(0x80100008));
+    EXPECT_TRUE(data.has("Err in ::isTokenPresent, SCardListReaders() failed read all data, rv:0x80100008"))
+        << data.dump();
+    rm.fail("ListReadersSize", 0x80100017);
+    LogCapture size;
+    EXPECT_EQ(isTokenPresent(bTokenPresent), static_cast<LONG>(0x80100017));
+    EXPECT_TRUE(size.has("Err in ::isTokenPresent, SCardListReaders() failed, rv:0x80100017")) << size.dump();
+    rm.fail("EstablishContext", 0x8010001d);
+    LogCapture context;
+    EXPECT_EQ(isTokenPresent(bTokenPresent), static_cast<LONG>(0x8010001d));
+    EXPECT_TRUE(context.hasInOrder({"Err in ::isTokenPresent, SCardEstablishContext() failed, rv:0x8010001d",
+                                    "::isTokenPresent: exit  rv=0x8010001d ,token not found"}))
+        << context.dump();
+}
+
+TEST_F(ReaderTable, ResourceManagerOnWhenAContextCanBeHad) {
+    LogCapture on;
+    EXPECT_TRUE(is_rm_on());
+    EXPECT_EQ(on.lines(), (std::vector<std::string>{" ", "::is_rm_on: entry <time>  ",
+                                                   "Trace in ::is_rm_on, SmartCardManager ON", "::is_rm_on: exit "}))
+        << on.dump();
+    EXPECT_EQ(rm.calls("Released"), 1u);
+}
+
+}  // namespace

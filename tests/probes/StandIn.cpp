@@ -1,0 +1,140 @@
+// Puts the winscard stand-in into the prefix's system folder for the run
+// (when ZK_WINSCARD_STANDIN is set) and puts the original back afterwards.
+#include "StandIn.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+
+#include "frame/Win32.h"
+#include "support/TestProcess.h"
+#include "support/TestRegistry.h"
+
+namespace zktest {
+namespace {
+
+class StandInInstall : public ::testing::Environment {
+public:
+    void SetUp() override {
+        target_ = zk::systemDirectory() + "\\winscard.dll";
+        backup_ = target_ + ".zkorig";
+        retired_ = target_ + ".zkstandin";
+        DeleteFileA(retired_.c_str());  // left mapped by an earlier run
+        const std::string standIn = env("ZK_FIXTURES") + "\\doubles\\winscard.dll";
+        if (GetFileAttributesA(backup_.c_str()) == INVALID_FILE_ATTRIBUTES) {
+            ASSERT_TRUE(CopyFileA(target_.c_str(), backup_.c_str(), TRUE)) << GetLastError();
+        }
+        ASSERT_TRUE(CopyFileA(standIn.c_str(), target_.c_str(), FALSE)) << GetLastError();
+    }
+    void TearDown() override {
+        // The stand-in stays mapped until the process ends and cannot be
+        // overwritten; it can be moved aside.
+        EXPECT_TRUE(MoveFileExA(target_.c_str(), retired_.c_str(), MOVEFILE_REPLACE_EXISTING)) << GetLastError();
+        EXPECT_TRUE(MoveFileExA(backup_.c_str(), target_.c_str(), 0)) << GetLastError();
+    }
+
+private:
+    std::string target_;
+    std::string backup_;
+    std::string retired_;
+};
+
+const bool registered = [] {
+    if (!env("ZK_WINSCARD_STANDIN").empty()) ::testing::AddGlobalTestEnvironment(new StandInInstall);
+    return true;
+}();
+
+}  // namespace
+
+std::string multiString(const std::vector<std::string>& names) {
+    std::string text;
+    for (const std::string& n : names) text += n + '\0';
+    return text + '\0';
+}
+
+Scenario::Scenario() { deleteTree(HKEY_LOCAL_MACHINE, kScenarioKey); }
+Scenario::~Scenario() { deleteTree(HKEY_LOCAL_MACHINE, kScenarioKey); }
+
+void Scenario::readers(const std::vector<std::string>& names) {
+    writeRaw(HKEY_LOCAL_MACHINE, kScenarioKey, "Readers", REG_MULTI_SZ, multiString(names));
+}
+
+void Scenario::card(const std::string& reader, const std::vector<BYTE>& atr) {
+    writeRaw(HKEY_LOCAL_MACHINE, std::string(kScenarioKey) + "\\Present", reader, REG_BINARY,
+             std::string(atr.begin(), atr.end()));
+}
+
+void Scenario::cardNames(const std::vector<BYTE>& atr, const std::vector<std::string>& names) {
+    std::string hexText;
+    char two[3];
+    for (BYTE b : atr) {
+        std::snprintf(two, sizeof two, "%02x", b);
+        hexText += two;
+    }
+    writeRaw(HKEY_LOCAL_MACHINE, std::string(kScenarioKey) + "\\Cards", hexText, REG_MULTI_SZ, multiString(names));
+}
+
+void Scenario::fail(const std::string& call, DWORD result) {
+    writeDword(HKEY_LOCAL_MACHINE, std::string(kScenarioKey) + "\\Fail", call, result);
+}
+
+DWORD Scenario::calls(const std::string& name) const {
+    return readDword(HKEY_LOCAL_MACHINE, std::string(kScenarioKey) + "\\Calls", name).value_or(0);
+}
+
+}  // namespace zktest
+
+namespace zktest {
+namespace {
+const char* const kServiceKey = "SYSTEM\\CurrentControlSet\\Services\\SCardSvr";
+
+DWORD withService(DWORD access, DWORD (*use)(SC_HANDLE)) {
+    zk::ServiceHandle scm(OpenSCManagerA(nullptr, nullptr, SC_MANAGER_ALL_ACCESS));
+    zk::ServiceHandle service(OpenServiceA(scm.get(), "SCardSvr", access));
+    return service ? use(service.get()) : 0;
+}
+}  // namespace
+
+ScardSvrService::ScardSvrService() {
+    const std::string binary = "\"" + env("ZK_FIXTURES") + "\\doubles\\zkscardsvr.exe\"";
+    zk::ServiceHandle scm(OpenSCManagerA(nullptr, nullptr, SC_MANAGER_ALL_ACCESS));
+    zk::ServiceHandle service(CreateServiceA(scm.get(), "SCardSvr", "SCardSvr", SERVICE_ALL_ACCESS,
+                                             SERVICE_WIN32_OWN_PROCESS, SERVICE_DEMAND_START, SERVICE_ERROR_NORMAL,
+                                             binary.c_str(), nullptr, nullptr, nullptr, nullptr, nullptr));
+    EXPECT_TRUE(service) << GetLastError();
+}
+
+ScardSvrService::~ScardSvrService() {
+    withService(SERVICE_ALL_ACCESS, [](SC_HANDLE s) -> DWORD {
+        SERVICE_STATUS status = {};
+        ControlService(s, SERVICE_CONTROL_STOP, &status);
+        for (int i = 0; i < 100000 && QueryServiceStatus(s, &status) && status.dwCurrentState != SERVICE_STOPPED; ++i) {
+        }
+        DeleteService(s);
+        return 0;
+    });
+}
+
+void ScardSvrService::start() const {
+    const DWORD ok = withService(SERVICE_START | SERVICE_QUERY_STATUS, [](SC_HANDLE s) -> DWORD {
+        if (!StartServiceA(s, 0, nullptr)) return 0;
+        SERVICE_STATUS status = {};
+        while (QueryServiceStatus(s, &status) && status.dwCurrentState == SERVICE_START_PENDING) {
+        }
+        return status.dwCurrentState == SERVICE_RUNNING ? 1 : 0;
+    });
+    EXPECT_EQ(ok, 1u) << GetLastError();
+}
+
+DWORD ScardSvrService::state() const {
+    return withService(SERVICE_QUERY_STATUS, [](SC_HANDLE s) -> DWORD {
+        SERVICE_STATUS status = {};
+        return QueryServiceStatus(s, &status) ? status.dwCurrentState : 0;
+    });
+}
+
+void ScardSvrService::setObjectName(const std::string& account) const {
+    writeString(HKEY_LOCAL_MACHINE, kServiceKey, "ObjectName", account);
+}
+
+}  // namespace zktest
