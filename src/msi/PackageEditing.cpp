@@ -38,12 +38,18 @@ UINT msiWrapper::editPackage(const char* op, const std::string& path, const std:
     if (rv != ERROR_SUCCESS) {
         LogLine(Level::Err, op) << "MsiOpenDatabase " << path << " rv:0x" << hex(rv);
     } else {
-        // Direct mode writes each change as it runs; a failure leaves the
-        // package as far edited as it got.
+        // A failing statement ends the edits; what ran before it is kept.
         for (const char* sql : statements) {
             rv = executeDb(db.get(), sql);
             if (rv != ERROR_SUCCESS) break;
         }
+        // The installer rolls back every change made after the last commit when
+        // the handle closes, also in direct mode: commit what was done.
+        UINT committed = ERROR_PROC_NOT_FOUND;
+        if (m_MsiDatabaseCommit || bindProc(m_hMsi, "MsiDatabaseCommit", m_MsiDatabaseCommit))
+            committed = m_MsiDatabaseCommit(db.get());
+        LogLine(Level::Trace, op) << "MsiDatabaseCommit rv:0x" << hex(committed);
+        if (rv == ERROR_SUCCESS) rv = committed;
     }
     db.put();  // closed before the exit line
     LogLine(Level::Trace, op) << op << " OUT 0x" << hex(rv);

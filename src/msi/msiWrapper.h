@@ -97,6 +97,7 @@ public:
     // Bound on first use by the package query, outside initialize(), so the
     // required list above and initialize()'s result stay as they are.
     UINT(WINAPI* m_MsiViewFetch)(MSIHANDLE, MSIHANDLE*) = nullptr;
+    UINT(WINAPI* m_MsiDatabaseCommit)(MSIHANDLE) = nullptr;  // bound on first use by the package edits
 
 private:
     // initialize(); on failure logs "<name>, failed to initialize." under `op`.

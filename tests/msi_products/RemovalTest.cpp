@@ -2,7 +2,6 @@
 // removal strategies chosen by the platform number.
 #include <gtest/gtest.h>
 
-#include "DirectMode.h"
 #include "Releases.h"
 #include "msi/msiWrapper.h"
 #include "support/TestLog.h"
@@ -22,7 +21,7 @@ class Removal : public ::testing::Test {
 protected:
     void SetUp() override {
         MsiApi::get().SetInternalUI(2 /*INSTALLUILEVEL_NONE*/, nullptr);
-        writeDirectModeOnClose(msiw);
+        ASSERT_TRUE(msiw.initialize());  // so the log captures of the tests start after it
     }
     void TearDown() override {
         for (const Release* r : installed_) cleanRelease(*r);
