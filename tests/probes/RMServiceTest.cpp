@@ -9,6 +9,7 @@
 #include "StandIn.h"
 #include "cleanup/RMTable.h"
 #include "drivers/Win2KCoreInstaller.h"
+#include "frame/Platform.h"
 #include "support/TestLog.h"
 #include "support/TestSession.h"
 
@@ -174,6 +175,26 @@ TEST_F(RMBehaveSession, NoSessionNoMessage) {
     installer.check_RM_behave(0);
     EXPECT_EQ(TestSession::messageCount(), before);
     EXPECT_FALSE(log.has("Trace in Win2KCoreInstaller::check_RM_behave(), call getPropStrVal(RM_CONFIG_DLG)"));
+}
+
+}  // namespace
+
+namespace {
+
+// Runs in the copy that Wine tells it is Windows 2000.
+TEST(OlderPlatform, BehaveCheckReturnsAtOnce) {
+    ASSERT_EQ(getPlatform(), PL_WIN2K);
+    Scenario rm;
+    rm.fail("EstablishContext", 0x80100001);
+    Win2KCoreInstaller installer;
+    TestSession session(TestSession::Ui::Scripted);
+    const int before = TestSession::messageCount();
+    LogCapture log;
+    installer.check_RM_behave(session.handle());
+    EXPECT_EQ(TestSession::messageCount(), before);
+    EXPECT_EQ(log.lines(), (std::vector<std::string>{" ", "Win2KCoreInstaller::check_RM_behave(): entry <time>  ",
+                                                    "Win2KCoreInstaller::check_RM_behave(): exit "}))
+        << log.dump();
 }
 
 }  // namespace
