@@ -29,10 +29,4 @@ void Win2KCoreInstaller::core_add_readers(UINT count, UINT& rebootMode) {
     logExit(op) << " rebootMode=" << rebootMode;
 }
 
-void Win2KCoreInstaller::core_remove_readers(UINT count, UINT& rebootMode) {
-    static const char* const op = "Win2KCoreInstaller::core_remove_readers()";
-    logEntry(op) << " remove=" << count << " rebootMode=" << rebootMode;
-    logExit(op) << " rebootMode=" << rebootMode;
-}
-
 }  // namespace zk

@@ -51,6 +51,18 @@ public:
     // replaced without a restart; stops "SCARDSVR" when they can.
     void checkEnvironment(UINT& nIfdh, UINT& nVR, UINT& RebootNeeded, UINT& bClassExists);
 
+    // Device removal. The SetupDi functions are bound by name from m_hSetupapi
+    // when needed. deviceRemove returns 0 also when the device did not vanish
+    // within ten seconds (it goes at the next restart).
+    DWORD deviceRemove(HDEVINFO set, PSP_DEVINFO_DATA element);
+    // Removes up to numToRemove (0: all) devices with the hardware id; the
+    // last failure is returned. `flag` is reserved (callers pass false).
+    DWORD removePNPDevice(const std::string& hardwareId, UINT numToRemove, UINT& DeletedDevices, bool flag = false);
+    // Removes the maker's USB token devices (platform XP and later).
+    bool DeleteBrevantEnumDevice();
+    // Deletes stale USB instance keys of the product's vendor id.
+    LONG cleanOldVidPids(bool bUnrecognizedOnly);
+
     // Bound state (null until installerInit), readable by the operations and tests.
     ServiceHandle m_hSCManager;
     Module m_hNewdev;
