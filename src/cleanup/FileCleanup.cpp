@@ -33,8 +33,7 @@ DWORD removeFile(const std::string& op, const std::string& path, RemoveLog how) 
 DWORD DeleteSetupFile(const std::string& path) {
     static const char* const op = "DeleteSetupFile()";
     logEntry(op) << " file=" << path;
-    DWORD rv = removeFile(op, path, RemoveLog::Quiet);
-    if (rv == ERROR_FILE_NOT_FOUND) rv = 0;
+    const DWORD rv = removeFile(op, path, RemoveLog::Quiet);
     logExit(op) << " rv=0x" << hex(rv);
     return rv;
 }

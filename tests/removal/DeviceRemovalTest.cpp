@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <sstream>
 
 #include "cleanup/DeviceRemoval.h"
 #include "drivers/Win2KCoreInstaller.h"
@@ -141,6 +142,32 @@ TEST_F(Devices, CoreRemoveReadersThrowsOnFailure) {
     }
     EXPECT_TRUE(zktest::deviceExists(reader));
     EXPECT_TRUE(log.has(kRemoveOp + ": exit  rv:0x7f")) << log.dump();
+}
+
+// An element whose device is already gone: the removal itself fails.
+TEST_F(Devices, FailedRemovalReturnsTheError) {
+    devices.addReader("*BVS0001");
+    HDEVINFO set = SetupDiGetClassDevsA(nullptr, nullptr, nullptr, DIGCF_ALLCLASSES);
+    SP_DEVINFO_DATA element{};
+    element.cbSize = sizeof(element);
+    bool found = false;
+    for (DWORD i = 0; !found && SetupDiEnumDeviceInfo(set, i, &element); ++i) {
+        char ids[64] = {};
+        SetupDiGetDeviceRegistryPropertyA(set, &element, SPDRP_HARDWAREID, nullptr, reinterpret_cast<BYTE*>(ids),
+                                          sizeof(ids) - 2, nullptr);
+        found = std::string(ids) == "*BVS0001";
+    }
+    ASSERT_TRUE(found);
+    ASSERT_TRUE(SetupDiCallClassInstaller(DIF_REMOVE, set, &element));
+    Win2KCoreInstaller installer;
+    LogCapture log;
+    const DWORD rv = installer.deviceRemove(set, &element);
+    SetupDiDestroyDeviceInfoList(set);
+    EXPECT_NE(rv, 0u);
+    std::ostringstream line;
+    line << "Err in " << kDeviceOp << ", SetupDiCallClassInstaller fails, rv:0x" << std::hex << rv;
+    EXPECT_TRUE(log.has(line.str())) << log.dump();
+    EXPECT_FALSE(log.has(trace(kDeviceOp, "Device removed")));
 }
 
 class UsbTokens : public Devices {};

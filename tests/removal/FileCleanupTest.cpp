@@ -160,7 +160,7 @@ TEST(SetupFiles, DeletesTheNineStagedFilesOnly) {
 
     const LogCapture again;
     DeleteBrevantSetup();  // everything missing: silent
-    EXPECT_EQ(again.count("DeleteSetupFile(): exit  rv=0x0"), 9);
+    EXPECT_EQ(again.count("DeleteSetupFile(): exit  rv=0x2"), 9);
     EXPECT_EQ(again.raw().find("Err in"), std::string::npos);
 }
 
