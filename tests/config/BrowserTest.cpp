@@ -1,0 +1,143 @@
+// Registration of the PKCS#11 module in the browsers' secmod.db files,
+// checked through the command lines the stand-in modutil recorded.
+#include <gtest/gtest.h>
+
+#include "ConfigTestBed.h"
+#include "frame/Exports.h"
+#include "support/TestLog.h"
+#include "support/TestRegistry.h"
+
+using namespace zktest;
+
+namespace {
+
+const char* const kAdd = " -add Zenkey -libfile zKPKCS11.DLL -mechanisms RSA:DES -force";
+const char* const kDelete = " -delete Zenkey -force";
+
+std::string question(const std::string& browser) {
+    return "Zenkey Keyhub installer will update your " + browser + " browser. Please close your " + browser +
+           " browser, wait few seconds, and press Ok. Press Cancel to skip update.";
+}
+
+class Browsers : public ConfigTest {
+protected:
+    // The layouts: Firefox profiles (one with blanks), the Mozilla suite's
+    // nested salted folder, a Netscape profile, and folders without databases.
+    void makeProfiles() {
+        firefox_ = profile("Mozilla\\Firefox\\Profiles\\abc.default");
+        blanks_ = profile("Mozilla\\Firefox\\Profiles\\my old profile");
+        suite_ = profile("Mozilla\\Profiles\\default\\x1y2.slt");
+        netscape_ = profile("Netscape\\Navigator\\Profiles\\nets.default");
+        makeDirs(appDataFolder() + "\\Mozilla\\Extensions\\empty");
+    }
+    std::string line(const std::string& dir, const char* action) const {
+        return "\"" + modutilPath() + "\"" + action + " -dbdir \"" + dir + "\"";
+    }
+    std::string firefox_, blanks_, suite_, netscape_;
+};
+
+TEST_F(Browsers, EveryDatabaseOfBothVendorsInOrder) {
+    installModutil();
+    makeProfiles();
+    TestSession session(TestSession::Ui::Scripted);
+    Questions::script(session, {});
+    LogCapture log;
+    EXPECT_EQ(PKIInstall(session.handle()), 0u);
+    EXPECT_EQ(commands(), (std::vector<std::string>{line(firefox_, kAdd), line(blanks_, kAdd), line(suite_, kAdd),
+                                                    line(netscape_, kAdd)}));
+    EXPECT_EQ(Questions::asked(), (std::vector<std::string>{question("Mozilla"), question("Mozilla"),
+                                                            question("Mozilla"), question("Netscape")}));
+    EXPECT_TRUE(log.hasInOrder({
+        "pkcs11_netscape_update_new: entry <time>  vendor=Mozilla add=1",
+        "Trace in findFiles, Mozilla: path:: " + appDataFolder() + "\\Mozilla",
+        "getModutilPath: Modutil.exe path : " + modutilPath(),
+        "Trace in getSecDBList, getSecDBList found: " + firefox_ + "\\secmod.db",
+        "Trace in pkcs11_netscape_update_new,  MessageBox In (internalMsiMessageBox)",
+        "Trace in pkcs11_netscape_update_new,  MessageBox Out",
+        "Trace in pkcs11_netscape_update_new, Try again (MessageBox()==IDOK)",
+        "Trace in pkcs11_netscape_update_new, cmdline:: " + line(firefox_, kAdd),
+        "pkcs11_netscape_update_new: entry <time>  vendor=Netscape add=1",
+        "Trace in pkcs11_netscape_update_new, cmdline:: " + line(netscape_, kAdd),
+    })) << log.dump();
+    // The settings were written before the browsers were asked.
+    EXPECT_EQ(number("GENERAL", "PcscSlots"), 16u);
+}
+
+TEST_F(Browsers, CancelSkipsOnlyThatDatabase) {
+    installModutil();
+    makeProfiles();
+    TestSession session(TestSession::Ui::Scripted);
+    Questions::script(session, {IDOK, IDCANCEL, IDOK, IDOK});
+    LogCapture log;
+    EXPECT_EQ(PKIRegInstall(session.handle()), 0u);
+    EXPECT_EQ(commands(), (std::vector<std::string>{line(firefox_, kAdd), line(suite_, kAdd), line(netscape_, kAdd)}));
+    EXPECT_EQ(log.count("Trace in pkcs11_netscape_update_new,  MessageBox IDCANCEL"), 1) << log.dump();
+    EXPECT_EQ(Questions::asked().size(), 4u);
+}
+
+TEST_F(Browsers, RemovalDeletesTheModule) {
+    installModutil();
+    makeProfiles();
+    TestSession session(TestSession::Ui::Scripted);
+    Questions::script(session, {});
+    EXPECT_EQ(PKIRemove(session.handle()), 0u);
+    EXPECT_EQ(commands(), (std::vector<std::string>{line(firefox_, kDelete), line(blanks_, kDelete),
+                                                    line(suite_, kDelete), line(netscape_, kDelete)}));
+}
+
+TEST_F(Browsers, NoToolNoQuestion) {
+    makeProfiles();
+    TestSession session(TestSession::Ui::Scripted);
+    Questions::script(session, {});
+    LogCapture log;
+    EXPECT_EQ(PKIInstall(session.handle()), 0u);
+    EXPECT_TRUE(Questions::asked().empty());
+    EXPECT_EQ(log.count("Err in getModutilPath: Modutil.exe path not valid!!!!!"), 2) << log.dump();
+    EXPECT_TRUE(commands().empty());
+}
+
+TEST_F(Browsers, NoVendorFolderNoQuestion) {
+    installModutil();
+    TestSession session(TestSession::Ui::Scripted);
+    Questions::script(session, {});
+    LogCapture log;
+    EXPECT_EQ(PKIInstall(session.handle()), 0u);
+    EXPECT_TRUE(Questions::asked().empty());
+    EXPECT_TRUE(commands().empty());
+    EXPECT_TRUE(log.hasInOrder({"Warn in findFiles, Mozilla: dir path NOT valid.",
+                                "Warn in findFiles, Netscape: dir path NOT valid."}))
+        << log.dump();
+}
+
+TEST_F(Browsers, VendorFolderWithoutDatabases) {
+    installModutil();
+    makeDirs(appDataFolder() + "\\Netscape\\Users\\nobody");
+    TestSession session(TestSession::Ui::Scripted);
+    Questions::script(session, {});
+    LogCapture log;
+    EXPECT_EQ(PKIInstall(session.handle()), 0u);
+    EXPECT_TRUE(Questions::asked().empty());
+    EXPECT_TRUE(log.has("Err in pkcs11_netscape_update_new, pkcs11_netscape_update_new: No data base file 'secmod.db' "
+                        "was found..."))
+        << log.dump();
+}
+
+TEST_F(Browsers, DatabaseFolderVanishingBeforeTheRun) {
+    installModutil();
+    makeProfiles();
+    TestSession session(TestSession::Ui::Scripted);
+    Questions::script(session, {});
+    // While the user is asked about the first database, its profile goes away.
+    Questions::onQuestion = [this](int index) {
+        if (index == 0) removeTree(firefox_);
+    };
+    LogCapture log;
+    EXPECT_EQ(PKIInstall(session.handle()), 0u);
+    EXPECT_EQ(commands(), (std::vector<std::string>{line(blanks_, kAdd), line(suite_, kAdd), line(netscape_, kAdd)}));
+    EXPECT_TRUE(log.has("Warn in pkcs11_netscape_update_new, data base file gone, skipped: " + firefox_ +
+                        "\\secmod.db"))
+        << log.dump();
+    EXPECT_EQ(number("GENERAL", "PcscSlots"), 16u);
+}
+
+}  // namespace

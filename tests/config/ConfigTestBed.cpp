@@ -1,0 +1,133 @@
+#include "ConfigTestBed.h"
+
+#include <deque>
+#include <msi.h>
+#include <fstream>
+
+#include "support/TestProcess.h"
+#include "support/TestRegistry.h"
+
+namespace zktest {
+namespace {
+
+std::deque<int> g_answers;
+std::vector<std::string> g_asked;
+
+int WINAPI answerQuestion(void*, UINT, LPCSTR message) {
+    g_asked.emplace_back(message ? message : "");
+    if (Questions::onQuestion) Questions::onQuestion(static_cast<int>(g_asked.size()) - 1);
+    if (g_answers.empty()) return IDOK;
+    const int answer = g_answers.front();
+    g_answers.pop_front();
+    return answer;
+}
+
+std::string withoutSlash(std::string s) {
+    if (!s.empty() && s.back() == '\\') s.pop_back();
+    return s;
+}
+
+}  // namespace
+
+std::function<void(int)> Questions::onQuestion;
+
+void Questions::script(TestSession& session, std::vector<int> answers) {
+    (void)session;  // the session must exist: it set up the external UI
+    g_answers.assign(answers.begin(), answers.end());
+    g_asked.clear();
+    // The filter takes log-mode bits (1 << message type), not message types.
+    constexpr DWORD kTypes = INSTALLLOGMODE_ERROR | INSTALLLOGMODE_WARNING | INSTALLLOGMODE_USER;
+    MsiApi::get().SetExternalUIA(reinterpret_cast<void*>(&answerQuestion), kTypes, nullptr);
+}
+
+const std::vector<std::string>& Questions::asked() { return g_asked; }
+
+std::string sharedFolder() {
+    return withoutSlash(env("CommonProgramFiles")) + "\\brevant shared\\zenkey\\Keyhub\\";
+}
+std::string appDataFolder() { return withoutSlash(env("APPDATA")); }
+std::string modutilPath() { return sharedFolder() + "modutil\\modutil.exe"; }
+std::string partitionApp() { return sharedFolder() + "DuoStore Partition\\DuoStorePartition.exe"; }
+
+void makeDirs(const std::string& path) {
+    for (size_t at = path.find('\\', 3); at != std::string::npos; at = path.find('\\', at + 1)) {
+        CreateDirectoryA(path.substr(0, at).c_str(), nullptr);
+    }
+    CreateDirectoryA(path.c_str(), nullptr);
+}
+
+void removeTree(const std::string& path) {
+    WIN32_FIND_DATAA data;
+    HANDLE h = FindFirstFileA((path + "\\*").c_str(), &data);
+    if (h != INVALID_HANDLE_VALUE) {
+        do {
+            const std::string name = data.cFileName;
+            if (name == "." || name == "..") continue;
+            const std::string child = path + "\\" + name;
+            if (data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) {
+                removeTree(child);
+            } else {
+                DeleteFileA(child.c_str());
+            }
+        } while (FindNextFileA(h, &data));
+        FindClose(h);
+    }
+    RemoveDirectoryA(path.c_str());
+}
+
+void touchFile(const std::string& path) {
+    makeDirs(path.substr(0, path.find_last_of('\\')));
+    std::ofstream(path) << "x";
+}
+
+std::vector<std::string> readLines(const std::string& path) {
+    std::vector<std::string> lines;
+    std::ifstream in(path);
+    for (std::string line; std::getline(in, line);) lines.push_back(line);
+    return lines;
+}
+
+void ConfigTest::SetUp() {
+    ASSERT_FALSE(env("CommonProgramFiles").empty());
+    ASSERT_FALSE(env("APPDATA").empty());
+    record_ = env("TEMP") + "\\zk-modutil.record";
+    SetEnvironmentVariableA("ZK_MODUTIL_RECORD", record_.c_str());
+    Questions::onQuestion = nullptr;
+    clean();
+}
+
+void ConfigTest::TearDown() {
+    Questions::onQuestion = nullptr;
+    clean();
+}
+
+void ConfigTest::clean() {
+    deleteTree(HKEY_LOCAL_MACHINE, "Software\\Brevant");
+    removeTree(withoutSlash(env("CommonProgramFiles")) + "\\brevant shared");
+    removeTree(appDataFolder() + "\\Mozilla");
+    removeTree(appDataFolder() + "\\Netscape");
+    DeleteFileA(record_.c_str());
+}
+
+void ConfigTest::installModutil() {
+    makeDirs(sharedFolder() + "modutil");
+    ASSERT_TRUE(CopyFileA(env("ZK_MODUTIL").c_str(), modutilPath().c_str(), FALSE)) << env("ZK_MODUTIL");
+}
+
+void ConfigTest::installPartitionApp() { touchFile(partitionApp()); }
+
+std::string ConfigTest::profile(const std::string& relative) {
+    const std::string folder = appDataFolder() + "\\" + relative;
+    touchFile(folder + "\\secmod.db");
+    return folder;
+}
+
+std::optional<DWORD> ConfigTest::number(const std::string& group, const std::string& name) {
+    return readDword(HKEY_LOCAL_MACHINE, kMiddlewareKey + "\\" + group, name);
+}
+
+std::optional<std::string> ConfigTest::text(const std::string& group, const std::string& name) {
+    return readString(HKEY_LOCAL_MACHINE, kMiddlewareKey + "\\" + group, name);
+}
+
+}  // namespace zktest

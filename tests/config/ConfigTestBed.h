@@ -1,0 +1,61 @@
+// Test bed of the client configuration: the product's registry tree, the
+// client's shared folder with the stand-in modutil, browser profiles under
+// the application-data folder, and scripted answers to the questions.
+#pragma once
+
+#include <windows.h>
+
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "support/TestSession.h"
+
+namespace zktest {
+
+inline const std::string kMiddlewareKey = "Software\\Brevant\\Zenkey\\MIDDLEWARE";
+
+std::string sharedFolder();     // ...\Common Files\brevant shared\zenkey\Keyhub\ (trailing "\")
+std::string appDataFolder();    // no trailing "\"
+std::string modutilPath();      // where the library looks for the tool
+std::string partitionApp();     // where the library looks for the partition application
+
+void makeDirs(const std::string& path);
+void removeTree(const std::string& path);
+void touchFile(const std::string& path);
+std::vector<std::string> readLines(const std::string& path);
+
+// Answers each question with the next scripted answer (IDOK when the script
+// is exhausted) and records the questions; `onQuestion` runs before answering.
+struct Questions {
+    static void script(TestSession& session, std::vector<int> answers);
+    static const std::vector<std::string>& asked();
+    static std::function<void(int index)> onQuestion;
+};
+
+// Resets Software\Brevant, and removes the shared folder, the stand-in's
+// record and the browser vendor folders it made, before and after each test.
+class ConfigTest : public ::testing::Test {
+protected:
+    void SetUp() override;
+    void TearDown() override;
+
+    void installModutil();
+    void installPartitionApp();
+    // Creates `relative` (below the application data folder) with a secmod.db; returns its folder.
+    std::string profile(const std::string& relative);
+    std::vector<std::string> commands() const { return readLines(record_); }
+
+    static std::optional<DWORD> number(const std::string& group, const std::string& name) ;
+    static std::optional<std::string> text(const std::string& group, const std::string& name);
+
+    std::string record_;
+
+private:
+    void clean();
+};
+
+}  // namespace zktest

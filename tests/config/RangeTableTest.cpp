@@ -1,0 +1,79 @@
+// The defaults and ranges of the numeric client settings (pure decisions).
+#include <gtest/gtest.h>
+
+#include "config/BrowserModules.h"
+#include "config/RangeTable.h"
+
+using namespace zk;
+
+namespace {
+
+struct Case {
+    const char* prop;
+    DWORD read;
+    DWORD value;
+    bool update;
+    bool rangeFail;
+};
+
+TEST(RangeTable, UnusualBoundsAndDefaults) {
+    const Case cases[] = {
+        {"PROP_CERREMOVESTO", 37000, 37000, true, false},
+        {"PROP_CERREMOVESTO", 37001, 7, false, true},
+        {"PROP_SINGLELOGONTO", 10000, 10000, true, false},
+        {"PROP_SINGLELOGONTO", 10001, 0, false, true},
+        {"PROP_PQ_MINLEN", 3, 6, false, true},
+        {"PROP_PQ_MINLEN", 4, 4, true, false},
+        {"PROP_PQ_MINLEN", 100000, 100000, true, false},  // no upper bound
+        {"PROP_PQ_MAXAGE", 0xFFFFFFFE, 0xFFFFFFFE, true, false},
+        {"PROP_MINKEYSIZE", 1, 1, true, false},  // never range-checked
+        {"PROP_MINKEYSIZE", 0, 0, true, false},
+        {"PROP_PCSCSLOTS", 0, 0, true, false},
+        {"PROP_PCSCSLOTS", 1000, 1000, true, false},
+        {"PROP_PCSCSLOTS", 2000, 16, false, true},
+        {"PROP_PQ_HISTORYSIZE", 101, 10, false, true},
+        {"PROP_REMOVETOKSTORE", 2, 0, false, true},
+        {"PROP_SRV_LOGOUT", 5, 1, false, true},
+        // Missing or empty: the row's default, never replacing a value.
+        {"PROP_PCSCSLOTS", kNotSet, 16, false, false},
+        {"PROP_MINKEYSIZE", kNotSet, 1024, false, false},
+        {"PROP_PQ_MINLEN", kNotSet, 6, false, false},
+        // Outside the table: kept as read; nothing when missing.
+        {"PROP_UNKNOWN", 123456, 123456, true, false},
+        {"PROP_UNKNOWN", kNotSet, kNotSet, false, false},
+        // Names are case-sensitive.
+        {"prop_pcscslots", 2000, 2000, true, false},
+    };
+    for (const Case& c : cases) {
+        const RangeDecision d = applyRange(c.prop, c.read);
+        EXPECT_EQ(d.value, c.value) << c.prop << " " << c.read;
+        EXPECT_EQ(d.bUpdateExisting, c.update) << c.prop << " " << c.read;
+        EXPECT_EQ(d.rangeFail, c.rangeFail) << c.prop << " " << c.read;
+    }
+}
+
+TEST(RangeTable, RowsOfTheTable) {
+    ASSERT_NE(findRange("PROP_SRV_LOGOUT"), nullptr);
+    EXPECT_EQ(findRange("PROP_CERTEMP"), nullptr);  // a text setting
+    EXPECT_EQ(findRange(nullptr), nullptr);
+    const RangeRow* key = findRange("PROP_MINKEYSIZE");
+    ASSERT_NE(key, nullptr);
+    EXPECT_EQ(key->minimum, kNotSet);
+    EXPECT_EQ(key->maximum, kNotSet);
+}
+
+TEST(BrowserNaming, FromTheDatabasePath) {
+    EXPECT_EQ(browserName("C:\\AppData\\Mozilla\\Firefox\\Profiles\\a\\secmod.db"), "Mozilla");
+    EXPECT_EQ(browserName("C:\\AppData\\Netscape\\Mozilla\\p\\secmod.db"), "Netscape");  // both: Netscape
+    EXPECT_EQ(browserName("c:\\appdata\\netscape\\p\\secmod.db"), "Netscape");
+    EXPECT_EQ(browserName("D:\\Profiles\\Firefox\\p\\secmod.db"), "Mozilla Firefox");
+}
+
+TEST(BrowserCommand, QuotedPathsAndTheTwoActions) {
+    EXPECT_EQ(modutilCommandLine("C:\\Common Files\\modutil\\modutil.exe", true, "C:\\a b\\p"),
+              "\"C:\\Common Files\\modutil\\modutil.exe\" -add Zenkey -libfile zKPKCS11.DLL -mechanisms RSA:DES "
+              "-force -dbdir \"C:\\a b\\p\"");
+    EXPECT_EQ(modutilCommandLine("C:\\m.exe", false, "C:\\p"), "\"C:\\m.exe\" -delete Zenkey -force -dbdir \"C:\\p\"");
+}
+
+}  // namespace
