@@ -85,41 +85,29 @@ TEST_F(Browsers, RemovalDeletesTheModule) {
                                                     line(suite_, kDelete), line(netscape_, kDelete)}));
 }
 
-TEST_F(Browsers, NoToolNoQuestion) {
+TEST_F(Browsers, NoQuestionWithoutToolFolderOrDatabase) {
+    TestSession session(TestSession::Ui::Scripted);
+    Questions::script(session, {});
+    LogCapture noFolder;
+    installModutil();
+    EXPECT_EQ(PKIInstall(session.handle()), 0u);
+    EXPECT_TRUE(noFolder.hasInOrder({"Warn in findFiles, Mozilla: dir path NOT valid.",
+                                     "Warn in findFiles, Netscape: dir path NOT valid."}))
+        << noFolder.dump();
+
+    makeDirs(appDataFolder() + "\\Netscape\\Users\\nobody");  // a vendor folder without databases
+    LogCapture noDatabase;
+    EXPECT_EQ(PKIInstall(session.handle()), 0u);
+    EXPECT_EQ(noDatabase.count("Err in pkcs11_netscape_update_new, pkcs11_netscape_update_new: No data base file "
+                               "'secmod.db' was found..."), 1) << noDatabase.dump();
+
     makeProfiles();
-    TestSession session(TestSession::Ui::Scripted);
-    Questions::script(session, {});
-    LogCapture log;
+    DeleteFileA(modutilPath().c_str());
+    LogCapture noTool;
     EXPECT_EQ(PKIInstall(session.handle()), 0u);
-    EXPECT_TRUE(Questions::asked().empty());
-    EXPECT_EQ(log.count("Err in getModutilPath: Modutil.exe path not valid!!!!!"), 2) << log.dump();
-    EXPECT_TRUE(commands().empty());
-}
-
-TEST_F(Browsers, NoVendorFolderNoQuestion) {
-    installModutil();
-    TestSession session(TestSession::Ui::Scripted);
-    Questions::script(session, {});
-    LogCapture log;
-    EXPECT_EQ(PKIInstall(session.handle()), 0u);
+    EXPECT_EQ(noTool.count("Err in getModutilPath: Modutil.exe path not valid!!!!!"), 2) << noTool.dump();
     EXPECT_TRUE(Questions::asked().empty());
     EXPECT_TRUE(commands().empty());
-    EXPECT_TRUE(log.hasInOrder({"Warn in findFiles, Mozilla: dir path NOT valid.",
-                                "Warn in findFiles, Netscape: dir path NOT valid."}))
-        << log.dump();
-}
-
-TEST_F(Browsers, VendorFolderWithoutDatabases) {
-    installModutil();
-    makeDirs(appDataFolder() + "\\Netscape\\Users\\nobody");
-    TestSession session(TestSession::Ui::Scripted);
-    Questions::script(session, {});
-    LogCapture log;
-    EXPECT_EQ(PKIInstall(session.handle()), 0u);
-    EXPECT_TRUE(Questions::asked().empty());
-    EXPECT_TRUE(log.has("Err in pkcs11_netscape_update_new, pkcs11_netscape_update_new: No data base file 'secmod.db' "
-                        "was found..."))
-        << log.dump();
 }
 
 TEST_F(Browsers, DatabaseFolderVanishingBeforeTheRun) {

@@ -52,28 +52,11 @@ TEST(RangeTable, UnusualBoundsAndDefaults) {
     }
 }
 
-TEST(RangeTable, RowsOfTheTable) {
-    ASSERT_NE(findRange("PROP_SRV_LOGOUT"), nullptr);
-    EXPECT_EQ(findRange("PROP_CERTEMP"), nullptr);  // a text setting
-    EXPECT_EQ(findRange(nullptr), nullptr);
-    const RangeRow* key = findRange("PROP_MINKEYSIZE");
-    ASSERT_NE(key, nullptr);
-    EXPECT_EQ(key->minimum, kNotSet);
-    EXPECT_EQ(key->maximum, kNotSet);
-}
-
 TEST(BrowserNaming, FromTheDatabasePath) {
     EXPECT_EQ(browserName("C:\\AppData\\Mozilla\\Firefox\\Profiles\\a\\secmod.db"), "Mozilla");
     EXPECT_EQ(browserName("C:\\AppData\\Netscape\\Mozilla\\p\\secmod.db"), "Netscape");  // both: Netscape
     EXPECT_EQ(browserName("c:\\appdata\\netscape\\p\\secmod.db"), "Netscape");
     EXPECT_EQ(browserName("D:\\Profiles\\Firefox\\p\\secmod.db"), "Mozilla Firefox");
-}
-
-TEST(BrowserCommand, QuotedPathsAndTheTwoActions) {
-    EXPECT_EQ(modutilCommandLine("C:\\Common Files\\modutil\\modutil.exe", true, "C:\\a b\\p"),
-              "\"C:\\Common Files\\modutil\\modutil.exe\" -add Zenkey -libfile zKPKCS11.DLL -mechanisms RSA:DES "
-              "-force -dbdir \"C:\\a b\\p\"");
-    EXPECT_EQ(modutilCommandLine("C:\\m.exe", false, "C:\\p"), "\"C:\\m.exe\" -delete Zenkey -force -dbdir \"C:\\p\"");
 }
 
 }  // namespace

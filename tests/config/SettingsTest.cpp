@@ -120,17 +120,6 @@ TEST_F(Settings, AllWritesInOrderWithDefaultsAndTypes) {
               (std::vector<std::string>{"CAPI", "CertStore", "GENERAL", "InitApp", "PQ", "zkPropsApps"}));
 }
 
-TEST_F(Settings, PartitionRowsOnlyWithTheApplication) {
-    TestSession session;
-    LogCapture log;
-    EXPECT_EQ(PKIInstall(session.handle()), 0u);
-    EXPECT_FALSE(keyExists(HKEY_LOCAL_MACHINE, kMiddlewareKey + "\\zkPropsApps"));
-    EXPECT_EQ(log.count("setPropRegistryStrVal - new: entry <time>  hInstall=" + std::to_string(session.handle()) +
-                        " propName= groupName=zkPropsApps valueName=zkAppTitle valueDefault=" + kAppTitle),
-              0);
-    EXPECT_EQ(number("GENERAL", "PcscSlots"), 16u);
-}
-
 TEST_F(Settings, ValidPropertyOverwritesDefaultNever) {
     writeDword(HKEY_LOCAL_MACHINE, kMiddlewareKey + "\\GENERAL", "PcscSlots", 5);
     writeDword(HKEY_LOCAL_MACHINE, kMiddlewareKey + "\\GENERAL", "SoftwareSlots", 7);
@@ -152,6 +141,7 @@ TEST_F(Settings, ValidPropertyOverwritesDefaultNever) {
     EXPECT_EQ(number("CAPI", "MinKeySize"), 1u);
     EXPECT_EQ(number("CertStore", "CertsToRemoveStorePeriod"), 7u);
     EXPECT_EQ(text("CertStore", "RemoveFromTokenOnRemoveFromStoreTemplates"), "User;Smartcard Logon");
+    EXPECT_FALSE(keyExists(HKEY_LOCAL_MACHINE, kMiddlewareKey + "\\zkPropsApps"));  // no partition application
     const std::string general = "key =Software\\Brevant\\Zenkey\\MIDDLEWARE\\GENERAL";
     EXPECT_TRUE(log.hasInOrder({
         "Warn in setPropRegistryVal - new, Range fail value 2000 for property PROP_PCSCSLOTS",
@@ -196,15 +186,6 @@ TEST_F(Settings, RegInstallSingleLogonRuleAndSummary) {
             " explorer_defenrol=0xffffffff upd_infpath=0x0",
         "updateBrowserModules: entry <time>  add=1",
     })) << log.dump();
-
-    // Timeout 0: single logon stays as given.
-    TestSession zero;
-    zero.set("PROP_SINGLELOGONTO", "0");
-    zero.set("PROP_SINGLELOGON", "0");
-    LogCapture second;
-    EXPECT_EQ(PKIRegInstall(zero.handle()), 0u);
-    EXPECT_EQ(number("GENERAL", "SingleLogon"), 0u);
-    EXPECT_EQ(second.count("Trace in PKIRegInstall, prop_singlelogon=1 because prop_singlelogontimeout!=0"), 0);
 }
 
 TEST_F(Settings, StorePropsLogsEveryStoredPropertyAndSkipsBrowsers) {
