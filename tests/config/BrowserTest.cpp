@@ -110,6 +110,21 @@ TEST_F(Browsers, NoQuestionWithoutToolFolderOrDatabase) {
     EXPECT_TRUE(commands().empty());
 }
 
+TEST_F(Browsers, ToolThatCannotStartIsLoggedPerDatabase) {
+    makeProfiles();
+    touchFile(modutilPath());  // not a program
+    TestSession session(TestSession::Ui::Scripted);
+    Questions::script(session, {});
+    LogCapture log;
+    EXPECT_EQ(PKIInstall(session.handle()), 0u);
+    EXPECT_EQ(Questions::asked().size(), 4u);
+    EXPECT_TRUE(log.hasInOrder({"Err in pkcs11_netscape_update_new, cmdline:: " + line(firefox_, kAdd) +
+                                    " FAILED last err 0xc1",
+                                "Err in pkcs11_netscape_update_new, cmdline:: " + line(netscape_, kAdd) +
+                                    " FAILED last err 0xc1"}))
+        << log.dump();
+}
+
 TEST_F(Browsers, DatabaseFolderVanishingBeforeTheRun) {
     installModutil();
     makeProfiles();
