@@ -95,6 +95,7 @@ LONG regUpperFilter(DWORD isDelete) {
         LogLine(Level::Err, op) << "RegQueryValueEx dwCount=" << size << " rv=0x" << hex(rv);
         return endWith(op, rv);
     }
+    size = static_cast<DWORD>(bytes.size());  // the value may have changed since the size query
     const std::string value(bytes.begin(), bytes.end());
     const FilterPosition pos = findMultiSzEntry(value, kFilterDriver);
     if (pos.loopError) LogLine(Level::Err, op) << "error in loop!!!!";
