@@ -3,6 +3,9 @@
 // keys it touched.
 #include <gtest/gtest.h>
 
+#include <string>
+#include <vector>
+
 #include "drivers/DriverRegistry.h"
 #include "support/TestLog.h"
 #include "support/TestRegistry.h"
@@ -248,18 +251,16 @@ class DriverKeys : public ::testing::Test {
 protected:
     SavedValue filters{kReaderClassKey, "UpperFilters"};
     void TearDown() override {
-        for (const char* name : {"zkTestDriver", "zKSCFLT"}) {
-            if (created_[name == std::string("zKSCFLT")]) zktest::deleteTree(HKEY_LOCAL_MACHINE, kServices + "\\" + name);
-        }
+        for (const auto& name : created_) zktest::deleteTree(HKEY_LOCAL_MACHINE, kServices + "\\" + name);
     }
     // A service key with a sub-key, as Windows keeps them.
     void makeServiceKey(const std::string& name) {
         ASSERT_FALSE(zktest::keyExists(HKEY_LOCAL_MACHINE, kServices + "\\" + name)) << name;
+        created_.push_back(name);
         zktest::writeDword(HKEY_LOCAL_MACHINE, kServices + "\\" + name, "Type", 1);
         zktest::writeDword(HKEY_LOCAL_MACHINE, kServices + "\\" + name + "\\Enum", "Count", 0);
-        created_[name == "zKSCFLT"] = true;
     }
-    bool created_[2] = {false, false};
+    std::vector<std::string> created_;
 };
 
 TEST_F(DriverKeys, ServiceKeyOfADriverIsDeleted) {
