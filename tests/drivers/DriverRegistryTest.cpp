@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "drivers/DriverRegistry.h"
+#include "drivers/MultiSz.h"
 #include "support/TestLog.h"
 #include "support/TestRegistry.h"
 #include "support/TestSession.h"
@@ -19,13 +20,6 @@ namespace {
 const std::string kSearchKey = "SOFTWARE\\Microsoft\\Windows\\CurrentVersion";
 const std::string kEntry = "%SystemRoot%\\System32\\Setup\\Brevant\\Zenkey;";
 const std::string kServices = "SYSTEM\\CurrentControlSet\\Services";
-
-std::string multiSz(std::initializer_list<std::string> entries) {
-    std::string bytes;
-    for (const auto& e : entries) bytes.append(e).push_back('\0');
-    bytes.push_back('\0');
-    return bytes;
-}
 
 // One registry value saved on construction and put back on destruction.
 class SavedValue {

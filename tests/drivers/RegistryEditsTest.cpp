@@ -2,17 +2,11 @@
 #include <gtest/gtest.h>
 
 #include "drivers/DriverRegistry.h"
+#include "drivers/MultiSz.h"
 
 using namespace zk;
 
 namespace {
-
-std::string multiSz(std::initializer_list<const char*> entries) {
-    std::string bytes;
-    for (const char* e : entries) bytes.append(e).push_back('\0');
-    bytes.push_back('\0');
-    return bytes;
-}
 
 TEST(FilterList, FindsTheEntryAndCountsTheWalk) {
     FilterPosition p = findMultiSzEntry(multiSz({"other", "zKSCFLT", "last"}), "zKSCFLT");
