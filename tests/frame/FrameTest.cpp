@@ -124,8 +124,10 @@ TEST(Exports, TheDllExportsExactlyTheActions) {
     EXPECT_EQ(exports->NumberOfFunctions, 24u);
 }
 
-// Every framed export, called with null or junk arguments, runs in its frame
-// and returns; out-pointers that are null are left alone.
+// Every framed export, called with null arguments, runs in its frame and
+// returns; out-pointers that are null are left alone. CoreMSITest is left out:
+// without an installer handle it shows a window message box by design (its
+// own tests answer that box).
 TEST(Exports, EveryActionRunsInItsFrameWithNullArguments) {
     zktest::ExportLibrary dll;
     ASSERT_NE(dll.module(), nullptr);
@@ -135,7 +137,7 @@ TEST(Exports, EveryActionRunsInItsFrameWithNullArguments) {
         "CoreInstall", "CoreUninstall", "CoreRepair", "CoreRollback", "CoreForcedClearanceUninstall",
         "CoreRegCleanup", "CoreCheckReboot", "CoreCheckRollback", "CoreCheckUninstall", "CoreCheckRMbehave",
         "CoreInstallReaders", "CoreInstallReadersEx", "CoreRemoveReaders", "CoreRemoveReadersEx",
-        "CoreCheckSessions", "CoreCheckUncompatibleApp", "CoreCheckWindowsFileProtection", "CoreMSITest",
+        "CoreCheckSessions", "CoreCheckUncompatibleApp", "CoreCheckWindowsFileProtection",
         "CoreStoreProps", "PKIInstall", "PKIRegInstall", "PKIRemove"};
     for (const char* name : actions) {
         auto fn = dll.get<Any>(name);
