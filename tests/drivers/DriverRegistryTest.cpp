@@ -29,22 +29,19 @@ public:
         existed_ = zktest::readRaw(HKEY_LOCAL_MACHINE, path_, name_, type_, bytes_);
     }
     ~SavedValue() {
-        if (existed_) {
-            zktest::writeRaw(HKEY_LOCAL_MACHINE, path_, name_, type_, bytes_);
-        } else {
-            zktest::deleteValue(HKEY_LOCAL_MACHINE, path_, name_);
-            if (!keyExisted_) zktest::deleteTree(HKEY_LOCAL_MACHINE, path_);
-        }
+        if (existed_) return set(type_, bytes_);
+        remove();
+        if (!keyExisted_) zktest::deleteTree(HKEY_LOCAL_MACHINE, path_);
     }
     void set(DWORD type, const std::string& bytes) const { zktest::writeRaw(HKEY_LOCAL_MACHINE, path_, name_, type, bytes); }
     void remove() const { zktest::deleteValue(HKEY_LOCAL_MACHINE, path_, name_); }
-    bool read(DWORD& type, std::string& bytes) const {
-        return zktest::readRaw(HKEY_LOCAL_MACHINE, path_, name_, type, bytes);
-    }
-    std::string bytes() const {
+    // The stored bytes (or "<absent>"); the type too when asked.
+    std::string bytes(DWORD* typeOut = nullptr) const {
         DWORD type = 0;
         std::string b;
-        return read(type, b) ? b : "<absent>";
+        if (!zktest::readRaw(HKEY_LOCAL_MACHINE, path_, name_, type, b)) return "<absent>";
+        if (typeOut) *typeOut = type;
+        return b;
     }
 
 private:
@@ -61,28 +58,28 @@ protected:
 };
 
 TEST_F(UpperFilters, FoundThenCutOutKeepingOtherFiltersInOrder) {
-    filters.set(REG_MULTI_SZ, multiSz({"otherflt", "zKSCFLT", "lastflt"}));
+    // The lower-case twin first: the name is compared case-sensitively.
+    const std::string list = multiSz({"zkscflt", "zKSCFLT", "lastflt"});
+    filters.set(REG_MULTI_SZ, list);
     LogCapture log;
     EXPECT_EQ(regUpperFilter(0), 1);
     EXPECT_EQ(log.lines(), (std::vector<std::string>{" ", "regUpperFilter(): entry <time>   isDelete=0",
                                                      trace("filter zKSCFLT found in UpperFilters, i=1"),
                                                      "regUpperFilter(): exit  rv=0x1"}))
         << log.dump();
-    EXPECT_EQ(filters.bytes(), multiSz({"otherflt", "zKSCFLT", "lastflt"}));
+    EXPECT_EQ(filters.bytes(), list);
 
     LogCapture cut;
     EXPECT_EQ(regUpperFilter(1), 0);
     EXPECT_TRUE(cut.has(trace("delete filter zKSCFLT in UpperFilters, i=1"))) << cut.dump();
     DWORD type = 0;
-    std::string bytes;
-    ASSERT_TRUE(filters.read(type, bytes));
+    EXPECT_EQ(filters.bytes(&type), multiSz({"zkscflt", "lastflt"}));
     EXPECT_EQ(type, static_cast<DWORD>(REG_MULTI_SZ));
-    EXPECT_EQ(bytes, multiSz({"otherflt", "lastflt"}));
 
     LogCapture absent;
     EXPECT_EQ(regUpperFilter(1), 0);  // nothing to cut: unchanged
     EXPECT_TRUE(absent.has(trace("filter zKSCFLT not found in UpperFilters, i=2"))) << absent.dump();
-    EXPECT_EQ(filters.bytes(), multiSz({"otherflt", "lastflt"}));
+    EXPECT_EQ(filters.bytes(), multiSz({"zkscflt", "lastflt"}));
 }
 
 TEST_F(UpperFilters, OnlyEntryDeletesTheValue) {
@@ -99,35 +96,40 @@ TEST_F(UpperFilters, OnlyEntryDeletesTheValue) {
         << missing.dump();
 }
 
+// 256 entries before ours: still looked at; one more ends the walk.
 TEST_F(UpperFilters, GuardEndsTheWalkAfter256Entries) {
-    std::string list;
-    for (int i = 0; i < 257; ++i) list.append("flt" + std::to_string(i)).push_back('\0');
-    list += multiSz({"zKSCFLT"});
-    filters.set(REG_MULTI_SZ, list);
-    LogCapture log;
-    EXPECT_EQ(regUpperFilter(1), 0);
-    EXPECT_TRUE(log.hasInOrder({"Err in regUpperFilter(), error in loop!!!!",
-                                trace("filter zKSCFLT not found in UpperFilters, i=257")}))
-        << log.dump();
-    EXPECT_EQ(filters.bytes(), list);
+    for (int before : {256, 257}) {
+        std::string list;
+        for (int i = 0; i < before; ++i) list.append("flt" + std::to_string(i)).push_back('\0');
+        list += multiSz({"zKSCFLT"});
+        filters.set(REG_MULTI_SZ, list);
+        LogCapture log;
+        EXPECT_EQ(regUpperFilter(0), before == 256 ? 1 : 0);
+        if (before == 256) {
+            EXPECT_TRUE(log.has(trace("filter zKSCFLT found in UpperFilters, i=256"))) << log.dump();
+            continue;
+        }
+        EXPECT_TRUE(log.hasInOrder({"Err in regUpperFilter(), error in loop!!!!",
+                                    trace("filter zKSCFLT not found in UpperFilters, i=257")}))
+            << log.dump();
+        EXPECT_EQ(regUpperFilter(1), 0);
+        EXPECT_EQ(filters.bytes(), list);
+    }
 }
 
 TEST_F(UpperFilters, ValuesOfTheWrongShapeAreLeftAlone) {
+    // A text value, then a list with one terminator only (found, too short to rewrite).
     const std::string asText = std::string("zKSCFLT") + '\0';
-    filters.set(REG_SZ, asText);
-    LogCapture wrongType;
-    EXPECT_EQ(regUpperFilter(1), 0);
-    EXPECT_TRUE(wrongType.has("Err in regUpperFilter(), RegQueryValueEx UpperFilters type is not REG_MULTI_SZ"))
-        << wrongType.dump();
-    EXPECT_EQ(filters.bytes(), asText);
-
-    // One terminator only: found, but too short to be rewritten.
-    filters.set(REG_MULTI_SZ, asText);
-    LogCapture shortValue;
-    EXPECT_EQ(regUpperFilter(1), 0);
-    EXPECT_TRUE(shortValue.has("Err in regUpperFilter(), UpperFilters, size illegal for updating, dwCount=8"))
-        << shortValue.dump();
-    EXPECT_EQ(filters.bytes(), asText);
+    const std::pair<DWORD, const char*> shapes[] = {
+        {REG_SZ, "Err in regUpperFilter(), RegQueryValueEx UpperFilters type is not REG_MULTI_SZ"},
+        {REG_MULTI_SZ, "Err in regUpperFilter(), UpperFilters, size illegal for updating, dwCount=8"}};
+    for (const auto& [type, line] : shapes) {
+        filters.set(type, asText);
+        LogCapture log;
+        EXPECT_EQ(regUpperFilter(1), 0);
+        EXPECT_TRUE(log.has(line)) << log.dump();
+        EXPECT_EQ(filters.bytes(), asText);
+    }
 }
 
 class DevicePath : public ::testing::Test {
@@ -146,29 +148,23 @@ TEST_F(DevicePath, InFrontOnEveryInstallAndCutOnceOnRemoval) {
     EXPECT_EQ(updateDrvSearchInfPath(true), 0);
     EXPECT_EQ(path.bytes(), kEntry + kEntry + present);
 
-    EXPECT_EQ(updateDrvSearchInfPath(false), 0);
+    // One cut per removal; the last finds nothing left to cut.
     DWORD type = 0;
-    std::string bytes;
-    ASSERT_TRUE(path.read(type, bytes));
-    EXPECT_EQ(type, static_cast<DWORD>(REG_EXPAND_SZ));
-    EXPECT_EQ(bytes, kEntry + present);
-    EXPECT_EQ(updateDrvSearchInfPath(false), 0);
-    EXPECT_EQ(path.bytes(), present);
-    EXPECT_EQ(updateDrvSearchInfPath(false), 0);  // nothing left to cut
-    EXPECT_EQ(path.bytes(), present);
+    for (const std::string& left : {kEntry + present, present, present}) {
+        EXPECT_EQ(updateDrvSearchInfPath(false), 0);
+        EXPECT_EQ(path.bytes(&type), left);
+        EXPECT_EQ(type, static_cast<DWORD>(REG_EXPAND_SZ));
+    }
 
     // Another vendor's entries before ours stay.
-    const std::string mixed = std::string("C:\\Vendor;") + kEntry + "%SystemRoot%\\inf" + '\0';
-    path.set(REG_EXPAND_SZ, mixed);
+    path.set(REG_EXPAND_SZ, std::string("C:\\Vendor;") + kEntry + "%SystemRoot%\\inf" + '\0');
     EXPECT_EQ(updateDrvSearchInfPath(false), 0);
     EXPECT_EQ(path.bytes(), std::string("C:\\Vendor;%SystemRoot%\\inf") + '\0');
-}
 
-TEST_F(DevicePath, MissingValueIsReportedAndNotCreated) {
-    path.remove();
-    LogCapture log;
+    path.remove();  // a missing value is reported, not created
+    LogCapture missing;
     EXPECT_EQ(updateDrvSearchInfPath(true), ERROR_FILE_NOT_FOUND);
-    EXPECT_TRUE(log.has("Err in updateDrvSearchInfPath(), RegQueryValueEx rv=0x2")) << log.dump();
+    EXPECT_TRUE(missing.has("Err in updateDrvSearchInfPath(), RegQueryValueEx rv=0x2")) << missing.dump();
     EXPECT_EQ(path.bytes(), "<absent>");
 }
 
@@ -176,12 +172,12 @@ TEST_F(DevicePath, PropertyDecidesOnInstall) {
     zktest::TestSession session;
     ASSERT_EQ(session.openResult(), 0u);
     const auto h = session.handle();
-    for (const char* off : {"0", "", "4294967295"}) {
+    for (const std::string off : {"0", "", "4294967295"}) {
         session.set("PROP_UPD_INFPATH", off);
         LogCapture log;
         EXPECT_EQ(regUpdateDrvSearchInfPath(h, true), 0);
-        const std::string val = std::string(off) == "4294967295" ? "4294967295" : "0";
-        EXPECT_TRUE(log.has("Trace in regUpdateDrvSearchInfPath(), don't update driver search path val=" + val))
+        EXPECT_TRUE(log.has("Trace in regUpdateDrvSearchInfPath(), don't update driver search path val=" +
+                            (off.empty() ? "0" : off)))
             << log.dump();
         EXPECT_EQ(path.bytes(), present) << off;
     }
@@ -209,14 +205,15 @@ TEST_F(DevicePath, PropertyDecidesOnInstall) {
     EXPECT_EQ(path.bytes(), present);
 }
 
+std::string dword(DWORD v) { return std::string(reinterpret_cast<const char*>(&v), sizeof v); }
+
 TEST(SharedDlls, CountsOfTheThreeInfsAreResetToOne) {
     const std::string folder = driverSetupFolder();
     SavedValue filter{kSharedDllsKey, folder + "\\zKSCFLT.inf"};
     SavedValue ifdh{kSharedDllsKey, folder + "\\bvsifdh.inf"};
     SavedValue up{kSharedDllsKey, folder + "\\bvsup.inf"};
-    const DWORD three = 3, one = 1;
-    filter.set(REG_DWORD, std::string(reinterpret_cast<const char*>(&three), 4));
-    ifdh.set(REG_DWORD, std::string(reinterpret_cast<const char*>(&one), 4));
+    filter.set(REG_DWORD, dword(3));
+    ifdh.set(REG_DWORD, dword(1));
     up.remove();
 
     LogCapture log;
@@ -228,8 +225,8 @@ TEST(SharedDlls, CountsOfTheThreeInfsAreResetToOne) {
                                 "setRefCount(): entry <time>   name=" + folder + "\\bvsup.inf",
                                 "Trace in setRefCount(), refcount doesn't exist, value=0, rv=2"}))
         << log.dump();
-    EXPECT_EQ(filter.bytes(), std::string(reinterpret_cast<const char*>(&one), 4));
-    EXPECT_EQ(ifdh.bytes(), std::string(reinterpret_cast<const char*>(&one), 4));
+    EXPECT_EQ(filter.bytes(), dword(1));
+    EXPECT_EQ(ifdh.bytes(), dword(1));
     EXPECT_EQ(up.bytes(), "<absent>");
 
     // A count stored as text too long for a number is left as it is.
@@ -251,8 +248,10 @@ protected:
     void makeServiceKey(const std::string& name) {
         ASSERT_FALSE(zktest::keyExists(HKEY_LOCAL_MACHINE, kServices + "\\" + name)) << name;
         created_.push_back(name);
-        zktest::writeDword(HKEY_LOCAL_MACHINE, kServices + "\\" + name, "Type", 1);
         zktest::writeDword(HKEY_LOCAL_MACHINE, kServices + "\\" + name + "\\Enum", "Count", 0);
+    }
+    static std::string exists(const std::string& name) {
+        return "Trace in DeleteDriverFromReg(), driver registry exist: " + kServices + "\\" + name;
     }
     std::vector<std::string> created_;
 };
@@ -263,8 +262,7 @@ TEST_F(DriverKeys, ServiceKeyOfADriverIsDeleted) {
     EXPECT_TRUE(DeleteDriverFromReg("zkTestDriver", false));
     EXPECT_EQ(log.lines(), (std::vector<std::string>{
                                " ", "DeleteDriverFromReg(): entry <time>   driverName=zkTestDriver, isMinimalHW=0",
-                               "Trace in DeleteDriverFromReg(), driver registry exist: " + kServices + "\\zkTestDriver",
-                               "DeleteDriverFromReg(): exit  rv=1"}))
+                               exists("zkTestDriver"), "DeleteDriverFromReg(): exit  rv=1"}))
         << log.dump();
     EXPECT_FALSE(zktest::keyExists(HKEY_LOCAL_MACHINE, kServices + "\\zkTestDriver"));
 
@@ -279,8 +277,7 @@ TEST_F(DriverKeys, FilterKeyGoesOnlyWithMinimalHardware) {
     filters.set(REG_MULTI_SZ, list);
     LogCapture full;
     DeleteDriverFromReg("zKSCFLT", false);
-    EXPECT_FALSE(full.has("Trace in DeleteDriverFromReg(), driver registry exist: " + kServices + "\\zKSCFLT"))
-        << full.dump();
+    EXPECT_FALSE(full.has(exists("zKSCFLT"))) << full.dump();
     EXPECT_TRUE(zktest::keyExists(HKEY_LOCAL_MACHINE, kServices + "\\zKSCFLT"));
     // The class key is only opened for reading: the list with the other
     // vendor's filter survives, and the refusal is logged.
@@ -293,15 +290,10 @@ TEST_F(DriverKeys, FilterKeyGoesOnlyWithMinimalHardware) {
 
     LogCapture minimal;
     EXPECT_TRUE(DeleteDriverFromReg("zKSCFLT", true));
-    EXPECT_TRUE(minimal.has("Trace in DeleteDriverFromReg(), driver registry exist: " + kServices + "\\zKSCFLT"))
-        << minimal.dump();
+    EXPECT_TRUE(minimal.has(exists("zKSCFLT"))) << minimal.dump();
     EXPECT_FALSE(zktest::keyExists(HKEY_LOCAL_MACHINE, kServices + "\\zKSCFLT"));
     EXPECT_EQ(filters.bytes(), list);
 }
-
-}  // namespace
-
-namespace {
 
 // A fresh prefix has neither the reader class key nor SharedDlls; where an
 // earlier program created them, that part is skipped (they are never deleted

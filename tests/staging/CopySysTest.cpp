@@ -7,34 +7,28 @@
 #include "support/TestLog.h"
 
 using stagingtest::Staging;
+using zktest::DriverStage;
 using zktest::LogCapture;
 
 namespace {
 
 const char* const kOp = "Win2KCoreInstaller::copy_sys()";
 
-std::string sysDir() {
-    char buf[MAX_PATH] = {};
-    GetSystemDirectoryA(buf, MAX_PATH);
-    return buf;
-}
-std::string src(const std::string& name) { return sysDir() + "\\setup\\Brevant\\Zenkey\\" + name; }
-std::string dst(const std::string& name) { return sysDir() + "\\Drivers\\" + name; }
 std::string trace(const std::string& text) { return std::string("Trace in ") + kOp + ", " + text; }
 
 using CopySys = Staging;
 
 TEST(FileVersion, ReadsTheFixedRecordOfABuiltDriver) {
     DWORD major = 9, minor = 9, build = 9, revision = 0;
-    const std::string path = zktest::DriverStage::fixture("2.5.100.9\\bvsup.sys");
+    const std::string path = DriverStage::fixture("2.5.100.9\\bvsup.sys");
     EXPECT_EQ(zk::getFileVersion(path, major, minor, build, &revision), 1);
     EXPECT_EQ(std::vector<DWORD>({major, minor, build, revision}), std::vector<DWORD>({2, 5, 100, 9}));
-    EXPECT_EQ(zk::getFileVersion(zktest::DriverStage::fixture("2.6.0.0\\bvsup.sys"), major, minor, build), 1);
+    EXPECT_EQ(zk::getFileVersion(DriverStage::fixture("2.6.0.0\\bvsup.sys"), major, minor, build), 1);
     EXPECT_EQ(std::vector<DWORD>({major, minor, build, revision}), std::vector<DWORD>({2, 6, 0, 9}));
 
     // Not a PE image: the outputs are zeroed and the failing step is named.
     LogCapture log;
-    EXPECT_EQ(zk::getFileVersion(zktest::DriverStage::fixture("package\\bvsup.inf"), major, minor, build), 0);
+    EXPECT_EQ(zk::getFileVersion(DriverStage::fixture("package\\bvsup.inf"), major, minor, build), 0);
     EXPECT_EQ(std::vector<DWORD>({major, minor, build}), std::vector<DWORD>({0, 0, 0}));
     EXPECT_EQ(log.lines(), std::vector<std::string>{"getFileVersion():: failure in GetFileVersionInfoSize"});
 }
@@ -47,11 +41,11 @@ TEST_F(CopySys, MissingTargetCountsAsVersionZeroAndIsCopied) {
                                " ",
                                std::string(kOp) + ": entry <time>   file=bvsup.sys",
                                "getFileVersion():: failure in GetFileVersionInfoSize",
-                               std::string("Warn in ") + kOp + ", assumed, There is no file <" + dst("bvsup.sys") +
+                               std::string("Warn in ") + kOp + ", assumed, There is no file <" + target("bvsup.sys") +
                                    "> exist - 1st setup on clean system, err=0x2",
-                               trace(" NewSys: " + src("bvsup.sys") + " ver: 2.5 build: 100"),
-                               trace(" OldSys: " + dst("bvsup.sys") + " ver: 0.0 build: 0"),
-                               trace("CopyFile " + src("bvsup.sys") + " OK"),
+                               trace(" NewSys: " + source("bvsup.sys") + " ver: 2.5 build: 100"),
+                               trace(" OldSys: " + target("bvsup.sys") + " ver: 0.0 build: 0"),
+                               trace("CopyFile " + source("bvsup.sys") + " OK"),
                                std::string(kOp) + ": exit ",
                            }))
         << log.dump();
@@ -82,46 +76,38 @@ TEST_F(CopySys, CopiesOnlyWhenTheStagedFileIsNewer) {
         inst->copy_sys("zKSCFLT.sys");
         const std::string expected = std::string(c.copied ? c.staged : c.installed) + "\\zKSCFLT.sys";
         EXPECT_TRUE(installedIs("zKSCFLT.sys", expected));
-        EXPECT_TRUE(log.has(trace(" OldSys: " + dst("zKSCFLT.sys") + " " + c.oldLine))) << log.dump();
+        EXPECT_TRUE(log.has(trace(" OldSys: " + target("zKSCFLT.sys") + " " + c.oldLine))) << log.dump();
         const std::string skipped =
-            trace("CopyFile no required because file version is the same, file=" + src("zKSCFLT.sys"));
+            trace("CopyFile no required because file version is the same, file=" + source("zKSCFLT.sys"));
         EXPECT_EQ(log.has(skipped), !c.copied) << log.dump();
-        EXPECT_EQ(log.has(trace("CopyFile " + src("zKSCFLT.sys") + " OK")), c.copied) << log.dump();
+        EXPECT_EQ(log.has(trace("CopyFile " + source("zKSCFLT.sys") + " OK")), c.copied) << log.dump();
     }
 }
 
 TEST_F(CopySys, UnreadableOrMissingSourceIsLoggedAndNothingCopied) {
-    {
-        std::ofstream(src("bvsifdh.sys"), std::ios::binary) << "not a driver image";
+    std::ofstream(source("bvsifdh.sys"), std::ios::binary) << "not a driver image";
+    stage.removeSource("bvsup.sys");
+    for (const auto& [name, code] : {std::pair<std::string, const char*>{"bvsifdh.sys", "0x714"}, {"bvsup.sys", "0x2"}}) {
         LogCapture log;
-        inst->copy_sys("bvsifdh.sys");
-        EXPECT_TRUE(log.hasInOrder(
-            {"getFileVersion():: failure in GetFileVersionInfoSize",
-             std::string("Err in ") + kOp + ", getFileVersion() on " + src("bvsifdh.sys") + " failed, err=0x714",
-             std::string(kOp) + ": exit "}))
+        inst->copy_sys(name);
+        EXPECT_TRUE(log.hasInOrder({"getFileVersion():: failure in GetFileVersionInfoSize",
+                                    std::string("Err in ") + kOp + ", getFileVersion() on " + source(name) +
+                                        " failed, err=" + code,
+                                    std::string(kOp) + ": exit "}))
             << log.dump();
-        EXPECT_FALSE(stagingtest::exists(dst("bvsifdh.sys")));
-    }
-    {
-        stage.removeSource("bvsup.sys");
-        LogCapture log;
-        inst->copy_sys("bvsup.sys");
-        EXPECT_TRUE(
-            log.has(std::string("Err in ") + kOp + ", getFileVersion() on " + src("bvsup.sys") + " failed, err=0x2"))
-            << log.dump();
-        EXPECT_EQ(log.count(trace(" NewSys: " + src("bvsup.sys") + " ver: 0.0 build: 0")), 0);
-        EXPECT_FALSE(stagingtest::exists(dst("bvsup.sys")));
+        EXPECT_FALSE(log.has(trace(" NewSys: " + source(name) + " ver: 0.0 build: 0"))) << log.dump();
+        EXPECT_FALSE(stagingtest::exists(target(name)));
     }
 }
 
 TEST_F(CopySys, FailedCopyIsLoggedNotThrown) {
     // A folder in the way: no version to read, and no file can be written there.
-    ASSERT_TRUE(CreateDirectoryA(dst("bvsup.sys").c_str(), nullptr));
+    ASSERT_TRUE(CreateDirectoryA(target("bvsup.sys").c_str(), nullptr));
     LogCapture log;
     EXPECT_NO_THROW(inst->copy_sys("bvsup.sys"));
-    EXPECT_TRUE(log.has(std::string("Err in ") + kOp + ", CopyFile, file=" + src("bvsup.sys") + " failed 0x5"))
+    EXPECT_TRUE(log.has(std::string("Err in ") + kOp + ", CopyFile, file=" + source("bvsup.sys") + " failed 0x5"))
         << log.dump();
-    EXPECT_FALSE(log.has(trace("CopyFile " + src("bvsup.sys") + " OK")));
+    EXPECT_FALSE(log.has(trace("CopyFile " + source("bvsup.sys") + " OK")));
 }
 
 }  // namespace
