@@ -13,38 +13,11 @@ const Release kNoFiles{"nofiles.msi", "{A3C1D5E7-2B4F-4C6D-8E9F-0A1B2C3D4E00}", 
 namespace {
 
 using Handle = unsigned long;
-struct Api {
-    HMODULE module = nullptr;
-    UINT(WINAPI* OpenDatabaseA)(LPCSTR, LPCSTR, Handle*) = nullptr;
-    UINT(WINAPI* DatabaseOpenViewA)(Handle, LPCSTR, Handle*) = nullptr;
-    UINT(WINAPI* ViewExecute)(Handle, Handle) = nullptr;
-    UINT(WINAPI* ViewFetch)(Handle, Handle*) = nullptr;
-    UINT(WINAPI* RecordGetStringA)(Handle, UINT, LPSTR, DWORD*) = nullptr;
-    UINT(WINAPI* CloseHandle)(Handle) = nullptr;
-    int(WINAPI* QueryProductStateA)(LPCSTR) = nullptr;
-};
-
+// Bound by name from msi.dll, apart from the library under test; null without it.
 template <class F>
-void bind(HMODULE m, const char* name, F& fn) {
-    fn = reinterpret_cast<F>(reinterpret_cast<void*>(GetProcAddress(m, name)));
-}
-
-const Api& api() {
-    static Api a = [] {
-        Api x;
-        x.module = MsiApi::get().module;
-        if (x.module) {
-            bind(x.module, "MsiOpenDatabaseA", x.OpenDatabaseA);
-            bind(x.module, "MsiDatabaseOpenViewA", x.DatabaseOpenViewA);
-            bind(x.module, "MsiViewExecute", x.ViewExecute);
-            bind(x.module, "MsiViewFetch", x.ViewFetch);
-            bind(x.module, "MsiRecordGetStringA", x.RecordGetStringA);
-            bind(x.module, "MsiCloseHandle", x.CloseHandle);
-            bind(x.module, "MsiQueryProductStateA", x.QueryProductStateA);
-        }
-        return x;
-    }();
-    return a;
+F msi(const char* name) {
+    const HMODULE m = MsiApi::get().module;
+    return m ? reinterpret_cast<F>(reinterpret_cast<void*>(GetProcAddress(m, name))) : nullptr;
 }
 
 }  // namespace
@@ -52,46 +25,65 @@ const Api& api() {
 std::string releasePackage(const Release& r) { return env("ZK_FIXTURES") + "\\releases\\" + r.file; }
 std::string releaseFolder(const Release& r) { return std::string("C:\\Program Files\\ZK Test MRV\\") + r.label; }
 
-DWORD installRelease(const Release& r) {
-    return runProcess("msiexec /i \"" + releasePackage(r) + "\" /qn").exitCode;
-}
-DWORD removeRelease(const Release& r) { return runProcess(std::string("msiexec /x ") + r.code + " /qn").exitCode; }
+DWORD installRelease(const Release& r) { return runProcess("msiexec /i \"" + releasePackage(r) + "\" /qn").exitCode; }
 
 void cleanRelease(const Release& r) {
-    if (productState(r.code) != -1) removeRelease(r);
+    if (productState(r.code) != -1) runProcess(std::string("msiexec /x ") + r.code + " /qn");
     const std::string folder = releaseFolder(r);
     for (const char* name : {"bvsifdh.sys", "bvsup.sys", "readme.txt"}) DeleteFileA((folder + "\\" + name).c_str());
     RemoveDirectoryA(folder.c_str());
     RemoveDirectoryA("C:\\Program Files\\ZK Test MRV");
 }
 
-int productState(const char* code) { return api().QueryProductStateA ? api().QueryProductStateA(code) : -1; }
+int productState(const char* code) {
+    const auto query = msi<int(WINAPI*)(LPCSTR)>("MsiQueryProductStateA");
+    return query ? query(code) : -1;
+}
 
 std::vector<std::string> selectColumn(const std::string& package, const std::string& sql) {
-    const Api& a = api();
-    std::vector<std::string> rows;
+    const auto close = msi<UINT(WINAPI*)(Handle)>("MsiCloseHandle");
+    const auto fetch = msi<UINT(WINAPI*)(Handle, Handle*)>("MsiViewFetch");
+    const auto text = msi<UINT(WINAPI*)(Handle, UINT, LPSTR, DWORD*)>("MsiRecordGetStringA");
     Handle db = 0, view = 0, record = 0;
-    if (!a.module || a.OpenDatabaseA(package.c_str(), reinterpret_cast<LPCSTR>(0), &db) != 0) return {"<no package>"};
-    if (a.DatabaseOpenViewA(db, sql.c_str(), &view) == 0 && a.ViewExecute(view, 0) == 0) {
-        while (a.ViewFetch(view, &record) == 0) {
-            char text[512] = {};
-            DWORD n = sizeof text;
-            a.RecordGetStringA(record, 1, text, &n);
-            rows.emplace_back(text);
-            a.CloseHandle(record);
+    if (!close || msi<UINT(WINAPI*)(LPCSTR, LPCSTR, Handle*)>("MsiOpenDatabaseA")(package.c_str(), nullptr, &db) != 0)
+        return {"<no package>"};
+    std::vector<std::string> rows;
+    if (msi<UINT(WINAPI*)(Handle, LPCSTR, Handle*)>("MsiDatabaseOpenViewA")(db, sql.c_str(), &view) == 0 &&
+        msi<UINT(WINAPI*)(Handle, Handle)>("MsiViewExecute")(view, 0) == 0) {
+        for (char cell[512]; fetch(view, &record) == 0; close(record)) {
+            DWORD n = sizeof cell;
+            cell[0] = 0;
+            text(record, 1, cell, &n);
+            rows.emplace_back(cell);
         }
     } else {
         rows.push_back("<no table>");
     }
-    if (view) a.CloseHandle(view);
-    a.CloseHandle(db);
+    if (view) close(view);
+    close(db);
     return rows;
 }
 
-std::string scratchCopy(const Release& r, const std::string& name) {
+Scratch::~Scratch() {
+    for (const std::string& p : paths_) {
+        SetFileAttributesA(p.c_str(), FILE_ATTRIBUTE_NORMAL);
+        DeleteFileA(p.c_str());
+    }
+}
+
+const std::string& Scratch::add(const std::string& path) {
+    paths_.push_back(path);
+    return paths_.back();
+}
+
+std::string tempFile(const std::string& name) {
     char dir[MAX_PATH] = {};
     GetTempPathA(MAX_PATH, dir);
-    const std::string path = std::string(dir) + name;
+    return dir + name;
+}
+
+std::string Scratch::copy(const Release& r, const std::string& name) {
+    const std::string path = add(tempFile(name));
     SetFileAttributesA(path.c_str(), FILE_ATTRIBUTE_NORMAL);
     CopyFileA(releasePackage(r).c_str(), path.c_str(), FALSE);
     return path;

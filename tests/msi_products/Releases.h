@@ -25,18 +25,30 @@ std::string releasePackage(const Release& r);
 // "C:\Program Files\ZK Test MRV\<label>".
 std::string releaseFolder(const Release& r);
 
-// msiexec /i <package> /qn and msiexec /x <code> /qn; the real exit codes.
+// msiexec /i <package> /qn; the real exit code.
 DWORD installRelease(const Release& r);
-DWORD removeRelease(const Release& r);
-// Removes the release if installed and deletes what its folder still holds.
+// Removes the release (msiexec /x) if installed and deletes what its folder still holds.
 void cleanRelease(const Release& r);
 // MsiQueryProductStateA: 5 installed, -1 unknown.
 int productState(const char* code);
 
 // The first column of every row a SELECT gives on a package opened read-only.
 std::vector<std::string> selectColumn(const std::string& package, const std::string& sql);
-// A copy of a fixture package in the temporary folder, writable.
-std::string scratchCopy(const Release& r, const std::string& name);
+// Files a test makes; deleted (read-only or not) when it ends.
+class Scratch {
+public:
+    Scratch() = default;
+    Scratch(const Scratch&) = delete;
+    Scratch& operator=(const Scratch&) = delete;
+    ~Scratch();
+    // A writable copy of a fixture package in the temporary folder.
+    std::string copy(const Release& r, const std::string& name);
+    const std::string& add(const std::string& path);
+
+private:
+    std::vector<std::string> paths_;
+};
 bool fileExists(const std::string& path);
+std::string tempFile(const std::string& name);  // in the temporary folder
 
 }  // namespace zktest
