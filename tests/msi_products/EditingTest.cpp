@@ -12,29 +12,23 @@ using namespace zktest;
 
 namespace {
 
+using Rows = std::vector<std::string>;
 const std::string kActions = "SELECT `Action` FROM `CustomAction`";
 const std::string kFiles = "SELECT `File` FROM `File`";
 const std::string kConditions = "SELECT `Condition` FROM `LaunchCondition`";
-using Rows = std::vector<std::string>;
+const Rows kAllFiles{"bvsifdh", "bvsup", "readme"};
+const std::string kExec = "Trace in msiWrapper::executeDb, executeDb: ";
 
-class Editing : public ::testing::Test {
-protected:
-    void TearDown() override {
-        for (const std::string& p : scratch_) {
-            SetFileAttributesA(p.c_str(), FILE_ATTRIBUTE_NORMAL);
-            DeleteFileA(p.c_str());
-        }
-    }
-    std::string copy(const Release& r, const std::string& name) {
-        scratch_.push_back(scratchCopy(r, name));
-        return scratch_.back();
-    }
+std::string hexLine(const std::string& text, UINT rv) {
+    std::ostringstream line;
+    line << text << std::hex << rv;
+    return line.str();
+}
+
+TEST(Editing, ExecuteDbRunsTheStatementOnTheDatabase) {
+    Scratch scratch;
+    const std::string pkg = scratch.copy(kMrv39, "zk-edit-direct.msi");
     msiWrapper msiw;
-    std::vector<std::string> scratch_;
-};
-
-TEST_F(Editing, ExecuteDbRunsTheStatementOnTheDatabase) {
-    const std::string pkg = copy(kMrv39, "zk-edit-direct.msi");
     ASSERT_TRUE(msiw.initialize());
     MSIHANDLE db = 0;
     ASSERT_EQ(msiw.m_MsiOpenDatabaseA(pkg.c_str(), MSIDBOPEN_DIRECT, &db), 0u);
@@ -48,123 +42,100 @@ TEST_F(Editing, ExecuteDbRunsTheStatementOnTheDatabase) {
               0u);
     msiw.m_MsiCloseHandle(db);
     EXPECT_EQ(selectColumn(pkg, "SELECT `Value` FROM `Property` WHERE `Property`='ZK_UNINSTALL_MARK'"), Rows{"edited"});
-    std::ostringstream badLine;
-    badLine << "Trace in msiWrapper::executeDb, executeDb: DELETE FROM `NoSuchTable` rv:0x" << std::hex << bad;
-    EXPECT_EQ(log.lines(), (Rows{"Trace in msiWrapper::executeDb, executeDb: UPDATE `Property` SET `Value`='edited' "
-                                 "WHERE `Property`='ZK_UNINSTALL_MARK' rv:0x0",
-                                 badLine.str()}))
+    EXPECT_EQ(log.lines(), (Rows{kExec + "UPDATE `Property` SET `Value`='edited' WHERE `Property`='ZK_UNINSTALL_MARK' rv:0x0",
+                                 hexLine(kExec + "DELETE FROM `NoSuchTable` rv:0x", bad)}))
         << log.dump();
 }
 
-TEST_F(Editing, OldReleaseLosesItsUninstallActionAndDriverFiles) {
-    const std::string pkg = copy(kMrv39, "zk-edit-old.msi");
-    LogCapture log;
-    EXPECT_EQ(msiw.oldMRVModifyPackage(pkg), 0u);
-    EXPECT_EQ(selectColumn(pkg, kActions), Rows{});
-    EXPECT_EQ(selectColumn(pkg, kFiles), Rows{"readme"});
-    EXPECT_TRUE(log.hasInOrder(
-        {"Trace in msiWrapper::oldMRVModifyPackage, msiWrapper::oldMRVModifyPackage IN",
-         "Trace in msiWrapper::oldMRVModifyPackage, localPackage: " + pkg,
-         "Trace in msiWrapper::executeDb, executeDb: DELETE FROM `CustomAction` WHERE "
-         "`CustomAction`.`Action`='corecustomdll_uninstall' rv:0x0",
-         "Trace in msiWrapper::executeDb, executeDb: DELETE FROM `File` WHERE "
-         "`File`.`FileName`='bvsifdh.sys|bvsifdh.sys' rv:0x0",
-         "Trace in msiWrapper::executeDb, executeDb: DELETE FROM `File` WHERE `File`.`FileName`='bvsup.sys|bvsup.sys' rv:0x0",
-         "Trace in msiWrapper::oldMRVModifyPackage, MsiDatabaseCommit rv:0x0",
-         "Trace in msiWrapper::oldMRVModifyPackage, msiWrapper::oldMRVModifyPackage OUT 0x0"}))
-        << log.dump();
-    // Again on the edited package: deleting nothing is no failure.
-    EXPECT_EQ(msiw.oldMRVModifyPackage(pkg), 0u);
+struct Edit {
+    const char* op;
+    UINT (msiWrapper::*run)(const std::string&);
+    const Release* release;
+    Rows sql;                                  // logged, in this order
+    std::vector<std::pair<std::string, Rows>> tables;  // read back afterwards
+};
+
+TEST(Editing, EachEditDeletesItsRowsAndCommits) {
+    const Edit edits[] = {
+        {"oldMRVModifyPackage", &msiWrapper::oldMRVModifyPackage, &kMrv39,
+         {"DELETE FROM `CustomAction` WHERE `CustomAction`.`Action`='corecustomdll_uninstall'",
+          "DELETE FROM `File` WHERE `File`.`FileName`='bvsifdh.sys|bvsifdh.sys'",
+          "DELETE FROM `File` WHERE `File`.`FileName`='bvsup.sys|bvsup.sys'"},
+         {{kActions, {}}, {kFiles, {"readme"}}}},
+        {"MRV_3_50_CustomAction", &msiWrapper::MRV_3_50_CustomAction, &kMrv350,
+         {"DELETE FROM `CustomAction` WHERE `CustomAction`.`Action`='UnInstall.1F7C3E2A_6D94_4B08_A5E1_3C9B0D7E42F6'"},
+         {{kActions, {"corecustomdll_uninstall"}}, {kConditions, {"NOT(NEWER_VERSION_EXISTS)"}}}},
+        // The installer caches packages read-only; this edit clears that first.
+        {"MRV_3_50_RemoveCondition", &msiWrapper::MRV_3_50_RemoveCondition, &kMrv350,
+         {"DELETE FROM `LaunchCondition` WHERE `LaunchCondition`.`Condition`='NOT(NEWER_VERSION_EXISTS)'"},
+         {{kConditions, {}}, {kFiles, kAllFiles}}},
+    };
+    for (const Edit& e : edits) {
+        Scratch scratch;
+        const std::string pkg = scratch.copy(*e.release, std::string("zk-edit-") + e.op + ".msi");
+        const bool readOnly = e.run == &msiWrapper::MRV_3_50_RemoveCondition;
+        ASSERT_TRUE(!readOnly || SetFileAttributesA(pkg.c_str(), FILE_ATTRIBUTE_READONLY));
+        const std::string op = std::string("Trace in msiWrapper::") + e.op + ", ";
+        msiWrapper msiw;
+        LogCapture log;
+        EXPECT_EQ((msiw.*e.run)(pkg), 0u) << e.op;
+        Rows wanted{op + "msiWrapper::" + e.op + " IN", op + "localPackage: " + pkg};
+        if (readOnly) wanted.push_back(op + "SetFileAttributes - Normal");
+        for (const std::string& sql : e.sql) wanted.push_back(kExec + sql + " rv:0x0");
+        wanted.push_back(op + "MsiDatabaseCommit rv:0x0");
+        wanted.push_back(op + "msiWrapper::" + e.op + " OUT 0x0");
+        EXPECT_TRUE(log.hasInOrder(wanted)) << log.dump();
+        for (const auto& [query, rows] : e.tables) EXPECT_EQ(selectColumn(pkg, query), rows) << e.op << ": " << query;
+        EXPECT_EQ(GetFileAttributesA(pkg.c_str()) & FILE_ATTRIBUTE_READONLY, 0u);
+        // Done again on the edited package: deleting nothing is no failure.
+        EXPECT_EQ((msiw.*e.run)(pkg), 0u) << e.op;
+    }
 }
 
-TEST_F(Editing, EditStopsAtTheFirstFailingStatement) {
-    const std::string pkg = copy(kNoFiles, "zk-edit-nofiles.msi");
+TEST(Editing, EditStopsAtTheFirstFailingStatement) {
+    Scratch scratch;
+    const std::string pkg = scratch.copy(kNoFiles, "zk-edit-nofiles.msi");
+    msiWrapper msiw;
     LogCapture log;
     const UINT rv = msiw.oldMRVModifyPackage(pkg);
     EXPECT_NE(rv, 0u);
     EXPECT_EQ(selectColumn(pkg, kActions), Rows{});  // the first statement stays done
-    EXPECT_EQ(log.count("Trace in msiWrapper::executeDb, executeDb: DELETE FROM `CustomAction` WHERE "
-                        "`CustomAction`.`Action`='corecustomdll_uninstall' rv:0x0"),
-              1);
-    std::ostringstream out;
-    out << "Trace in msiWrapper::oldMRVModifyPackage, msiWrapper::oldMRVModifyPackage OUT 0x" << std::hex << rv;
-    EXPECT_TRUE(log.has(out.str())) << log.dump();
+    EXPECT_TRUE(log.has(hexLine("Trace in msiWrapper::oldMRVModifyPackage, msiWrapper::oldMRVModifyPackage OUT 0x", rv)))
+        << log.dump();
     EXPECT_EQ(log.dump().find("bvsup.sys|bvsup.sys"), std::string::npos) << log.dump();
 }
 
-TEST_F(Editing, Release350EditsTouchOnlyTheirRows) {
-    const std::string pkg = copy(kMrv350, "zk-edit-350.msi");
-    EXPECT_EQ(selectColumn(pkg, kActions),
-              (Rows{"corecustomdll_uninstall", "UnInstall.1F7C3E2A_6D94_4B08_A5E1_3C9B0D7E42F6"}));
-    LogCapture log;
-    EXPECT_EQ(msiw.MRV_3_50_CustomAction(pkg), 0u);
-    EXPECT_EQ(selectColumn(pkg, kActions), Rows{"corecustomdll_uninstall"});
-    EXPECT_EQ(selectColumn(pkg, kConditions), Rows{"NOT(NEWER_VERSION_EXISTS)"});
-    EXPECT_TRUE(log.hasInOrder({"Trace in msiWrapper::MRV_3_50_CustomAction, msiWrapper::MRV_3_50_CustomAction IN",
-                                "Trace in msiWrapper::MRV_3_50_CustomAction, localPackage: " + pkg,
-                                "Trace in msiWrapper::MRV_3_50_CustomAction, msiWrapper::MRV_3_50_CustomAction OUT 0x0"}))
-        << log.dump();
-}
-
-TEST_F(Editing, RemoveConditionMakesTheCachedPackageWritable) {
-    const std::string pkg = copy(kMrv350, "zk-edit-cond.msi");
-    ASSERT_TRUE(SetFileAttributesA(pkg.c_str(), FILE_ATTRIBUTE_READONLY));
-    LogCapture log;
-    EXPECT_EQ(msiw.MRV_3_50_RemoveCondition(pkg), 0u);
-    EXPECT_EQ(selectColumn(pkg, kConditions), Rows{});
-    EXPECT_EQ(GetFileAttributesA(pkg.c_str()) & FILE_ATTRIBUTE_READONLY, 0u);
-    EXPECT_EQ(selectColumn(pkg, kFiles), (Rows{"bvsifdh", "bvsup", "readme"}));
-    EXPECT_TRUE(log.hasInOrder(
-        {"Trace in msiWrapper::MRV_3_50_RemoveCondition, msiWrapper::MRV_3_50_RemoveCondition IN",
-         "Trace in msiWrapper::MRV_3_50_RemoveCondition, localPackage: " + pkg,
-         "Trace in msiWrapper::MRV_3_50_RemoveCondition, SetFileAttributes - Normal",
-         "Trace in msiWrapper::executeDb, executeDb: DELETE FROM `LaunchCondition` WHERE "
-         "`LaunchCondition`.`Condition`='NOT(NEWER_VERSION_EXISTS)' rv:0x0",
-         "Trace in msiWrapper::MRV_3_50_RemoveCondition, msiWrapper::MRV_3_50_RemoveCondition OUT 0x0"}))
-        << log.dump();
-}
-
-TEST_F(Editing, PackageInUseIsLeftAlone) {
+TEST(Editing, PackagesThatCannotBeOpenedAreLeftAlone) {
+    Scratch scratch;
     // (A read-only attribute does not stop root under Wine; a package held
     // open without sharing stops everyone.)
-    const std::string pkg = copy(kMrv39, "zk-edit-busy.msi");
-    HANDLE held = CreateFileA(pkg.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr);
-    ASSERT_NE(held, INVALID_HANDLE_VALUE);
-    LogCapture log;
-    const UINT rv = msiw.oldMRVModifyPackage(pkg);
-    CloseHandle(held);
-    EXPECT_NE(rv, 0u);
-    EXPECT_EQ(selectColumn(pkg, kActions), Rows{"corecustomdll_uninstall"});
-    EXPECT_EQ(selectColumn(pkg, kFiles), (Rows{"bvsifdh", "bvsup", "readme"}));
-    EXPECT_EQ(log.dump().find("executeDb:"), std::string::npos) << log.dump();
-}
-
-TEST_F(Editing, MissingOrCorruptPackageIsALoggedFailure) {
-    char dir[MAX_PATH] = {};
-    GetTempPathA(MAX_PATH, dir);
-    const std::string missing = std::string(dir) + "zk-no-such-package.msi";
-    const std::string corrupt = std::string(dir) + "zk-corrupt.msi";
-    scratch_.push_back(corrupt);
+    const std::string busy = scratch.copy(kMrv39, "zk-edit-busy.msi");
+    const std::string missing = tempFile("zk-no-such-package.msi");
+    const std::string corrupt = scratch.add(tempFile("zk-corrupt.msi"));
     HANDLE f = CreateFileA(corrupt.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr);
     ASSERT_NE(f, INVALID_HANDLE_VALUE);
     DWORD written = 0;
     WriteFile(f, "not a package", 13, &written, nullptr);
     CloseHandle(f);
+    HANDLE held = CreateFileA(busy.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr);
+    ASSERT_NE(held, INVALID_HANDLE_VALUE);
 
+    msiWrapper msiw;
     LogCapture log;
+    EXPECT_NE(msiw.oldMRVModifyPackage(busy), 0u);
+    CloseHandle(held);
     EXPECT_NE(msiw.oldMRVModifyPackage(missing), 0u);
     EXPECT_NE(msiw.MRV_3_50_CustomAction(corrupt), 0u);
     EXPECT_NE(msiw.MRV_3_50_RemoveCondition(""), 0u);
+    EXPECT_EQ(selectColumn(busy, kActions), Rows{"corecustomdll_uninstall"});
+    EXPECT_EQ(selectColumn(busy, kFiles), kAllFiles);
     EXPECT_FALSE(fileExists(missing));
     EXPECT_EQ(readFileFrom(corrupt, 0), "not a package");
-    EXPECT_EQ(log.dump().find("executeDb:"), std::string::npos) << log.dump();
     const std::string text = log.dump();
-    EXPECT_NE(text.find("Err in msiWrapper::oldMRVModifyPackage, MsiOpenDatabase " + missing + " rv:0x"),
-              std::string::npos)
-        << text;
-    EXPECT_NE(text.find("Err in msiWrapper::MRV_3_50_CustomAction, MsiOpenDatabase " + corrupt + " rv:0x"),
-              std::string::npos)
-        << text;
+    EXPECT_EQ(text.find("executeDb:"), std::string::npos) << text;
+    for (const std::string& line : {"Err in msiWrapper::oldMRVModifyPackage, MsiOpenDatabase " + missing + " rv:0x",
+                                    "Err in msiWrapper::MRV_3_50_CustomAction, MsiOpenDatabase " + corrupt + " rv:0x"})
+        EXPECT_NE(text.find(line), std::string::npos) << text;
 }
 
 }  // namespace
