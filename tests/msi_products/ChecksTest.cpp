@@ -80,25 +80,16 @@ TEST(Sessions, CheckAnswersZeroAndMarksAdminRightsFromVista) {
     deleteTree(HKEY_LOCAL_MACHINE, "Software\\Brevant");
 }
 
-TEST(UncompatibleApp, VersionsAreReadAsMajorDotMinor) {
-    int major = -1, minor = -1;
-    parseMajorMinor("4.50", major, minor);
-    EXPECT_EQ(major, 4);
-    EXPECT_EQ(minor, 50);
-    parseMajorMinor("4", major, minor);  // taken as 4.0
-    EXPECT_EQ(major, 4);
-    EXPECT_EQ(minor, 0);
-    parseMajorMinor("3.9.0.0", major, minor);
-    EXPECT_EQ(major, 3);
-    EXPECT_EQ(minor, 9);
-    parseMajorMinor("abc", major, minor);
-    EXPECT_EQ(major, 0);
-    EXPECT_EQ(minor, 0);
-    parseMajorMinor(nullptr, major, minor);
-    EXPECT_EQ(major, 0);
-}
-
-TEST(UncompatibleApp, EachPartIsComparedByItself) {
+TEST(UncompatibleApp, VersionsAreReadAsMajorDotMinorAndComparedPartByPart) {
+    const struct {
+        const char* text;
+        int major, minor;
+    } versions[] = {{"4.50", 4, 50}, {"4", 4, 0}, {"3.9.0.0", 3, 9}, {"abc", 0, 0}, {nullptr, 0, 0}};
+    for (const auto& v : versions) {
+        int major = -1, minor = -1;
+        parseMajorMinor(v.text, major, minor);
+        EXPECT_EQ(std::make_pair(major, minor), std::make_pair(v.major, v.minor)) << (v.text ? v.text : "(null)");
+    }
     EXPECT_FALSE(isUncompatibleVersion(3, 9, 4, 5));  // 3.9 is older than 4.5 and yet no conflict
     EXPECT_TRUE(isUncompatibleVersion(3, 4, 4, 5));
     EXPECT_TRUE(isUncompatibleVersion(4, 50, 4, 50));
@@ -106,25 +97,19 @@ TEST(UncompatibleApp, EachPartIsComparedByItself) {
     EXPECT_FALSE(isUncompatibleVersion(5, 0, 4, 50));
 }
 
-// Backs up one runtime file of the prefix and restores it.
-class RuntimeFile {
-public:
+// Moves one runtime file of the prefix aside and puts it back.
+struct RuntimeFile {
     explicit RuntimeFile(const char* name)
-        : path_(systemDirectory() + "\\" + name), backup_(path_ + ".zk-backup") {}
+        : path(systemDirectory() + "\\" + name), backup(path + ".zk-backup"),
+          moved(MoveFileExA(path.c_str(), backup.c_str(), MOVEFILE_REPLACE_EXISTING) != 0) {}
     ~RuntimeFile() {
-        if (!moved_) return;
-        RemoveDirectoryA(path_.c_str());
-        DeleteFileA(path_.c_str());
-        MoveFileExA(backup_.c_str(), path_.c_str(), MOVEFILE_REPLACE_EXISTING);
+        if (!moved) return;
+        RemoveDirectoryA(path.c_str());
+        DeleteFileA(path.c_str());
+        MoveFileExA(backup.c_str(), path.c_str(), MOVEFILE_REPLACE_EXISTING);
     }
-    bool remove() { return moved_ = MoveFileExA(path_.c_str(), backup_.c_str(), MOVEFILE_REPLACE_EXISTING) != 0; }
-    // Puts a copy of another file (with version data) in its place.
-    bool replaceWith(const std::string& other) { return remove() && CopyFileA(other.c_str(), path_.c_str(), FALSE); }
-    const std::string& path() const { return path_; }
-
-private:
-    std::string path_, backup_;
-    bool moved_ = false;
+    const std::string path, backup;
+    const bool moved;
 };
 
 TEST(FileProtection, MissingRuntimeFilesSetTheirBits) {
@@ -133,41 +118,38 @@ TEST(FileProtection, MissingRuntimeFilesSetTheirBits) {
     // a copy of another Wine module is read as that module); our own DLL,
     // with its version resource, stands in for a real one.
     RuntimeFile msvcp60("msvcp60.dll");
-    ASSERT_TRUE(msvcp60.replaceWith(env("ZK_DLL")));
+    ASSERT_TRUE(msvcp60.moved && CopyFileA(env("ZK_DLL").c_str(), msvcp60.path.c_str(), FALSE));
     UINT result = 99;
     LogCapture both;
     EXPECT_EQ(CoreCheckWindowsFileProtection(0, "setup.exe", &result), 0u);
     EXPECT_EQ(result, 0u);
     EXPECT_TRUE(both.has("Trace in " + op + "result(exist msvcrt.dll and msvcp60.dll) = [0] on file setup.exe"))
         << both.dump();
-    const std::string sys = systemDirectory();
-    EXPECT_NE(both.dump().find("Trace in " + op + "exist file <" + sys + "\\msvcp60.dll>, version: "),
-              std::string::npos)
+    EXPECT_NE(both.dump().find("Trace in " + op + "exist file <" + msvcp60.path + ">, version: "), std::string::npos)
         << both.dump();
 
-    ASSERT_TRUE(DeleteFileA(msvcp60.path().c_str()));
+    ASSERT_TRUE(DeleteFileA(msvcp60.path.c_str()));
     LogCapture one;
     EXPECT_EQ(CoreCheckWindowsFileProtection(0, nullptr, &result), 0u);
     EXPECT_EQ(result, 2u);
-    EXPECT_TRUE(one.has("Warn in " + op + ", There is no file <" + msvcp60.path() +
+    EXPECT_TRUE(one.has("Warn in " + op + ", There is no file <" + msvcp60.path +
                         "> exist - so assumed not protected"))
         << one.dump();
 
     // (Bit 1, msvcrt.dll, cannot be shown here: Wine answers the version of
     // the loaded msvcrt module whatever lies at that path.)
     // Something that is there but cannot be read is an error, not a gap.
-    ASSERT_TRUE(CreateDirectoryA(msvcp60.path().c_str(), nullptr));
+    ASSERT_TRUE(CreateDirectoryA(msvcp60.path.c_str(), nullptr));
     LogCapture unreadable;
     EXPECT_EQ(CoreCheckWindowsFileProtection(0, "x", &result), 0u);
-    EXPECT_EQ(unreadable.dump().find("There is no file <" + msvcp60.path()), std::string::npos) << unreadable.dump();
-    EXPECT_NE(unreadable.dump().find("Err in " + op + "getFileVersion() on " + msvcp60.path() + " failed, err=0x"),
+    EXPECT_NE(unreadable.dump().find("Err in " + op + "getFileVersion() on " + msvcp60.path + " failed, err=0x"),
               std::string::npos)
         << unreadable.dump();
     EXPECT_EQ(result, 0u);
     EXPECT_EQ(CoreCheckWindowsFileProtection(0, "x", nullptr), 0u);
 }
 
-TEST(MsiTest, MessageGoesThroughTheInstaller) {
+TEST(MsiTest, MessageGoesThroughTheInstallerAndWithoutOneToAWindowBox) {
     for (int answer : {IDOK, IDCANCEL}) {
         TestSession session(TestSession::Ui::Scripted, answer);
         ASSERT_EQ(session.openResult(), 0u);
@@ -180,9 +162,6 @@ TEST(MsiTest, MessageGoesThroughTheInstaller) {
             << log.dump();
         EXPECT_EQ(log.dump().find("MRV4"), std::string::npos);
     }
-}
-
-TEST(MsiTest, WithoutAnInstallationAWindowMessageBoxIsShown) {
     MessageBoxWatch watch(IDOK);
     LogCapture log;
     EXPECT_EQ(CoreMSITest(0, "hello"), 0u);
