@@ -23,29 +23,27 @@ void expectFailure(const LogCapture& log, const std::string& op, const std::stri
 }
 
 TEST(NoMsi, EveryProductOperationFailsToInitialize) {
+    using W = msiWrapper;
+    using S = std::string;
     msiWrapper msiw;
-    std::string text = "kept";
-    struct Case {
+    S text = "kept";
+    const struct Case {
         const char* name;
-        UINT (*run)(msiWrapper&, std::string&);
-    };
-    const Case cases[] = {
-        {"GetProductCodeByUpgrade", [](msiWrapper& w, std::string&) { return w.GetProductCodeByUpgrade("", "x"); }},
-        {"intGetProductVersion", [](msiWrapper& w, std::string& t) { return w.intGetProductVersion(kCode, t); }},
-        {"getProductPackagePathUserData",
-         [](msiWrapper& w, std::string& t) { return w.getProductPackagePathUserData(kCode, t); }},
-        {"getProductPackagePathLocalPackages",
-         [](msiWrapper& w, std::string& t) { return w.getProductPackagePathLocalPackages(kCode, t); }},
-        {"executeDb", [](msiWrapper& w, std::string&) { return w.executeDb(1, "SELECT 1"); }},
-        {"oldMRVModifyPackage", [](msiWrapper& w, std::string&) { return w.oldMRVModifyPackage("C:\\x.msi"); }},
-        {"MRV_3_50_CustomAction", [](msiWrapper& w, std::string&) { return w.MRV_3_50_CustomAction("C:\\x.msi"); }},
-        {"MRV_3_50_RemoveCondition",
-         [](msiWrapper& w, std::string&) { return w.MRV_3_50_RemoveCondition("C:\\x.msi"); }},
-        {"msiUnInstallProduct", [](msiWrapper& w, std::string&) { return w.msiUnInstallProduct(kCode); }},
-        {"unInstallProducts", [](msiWrapper& w, std::string&) { return w.unInstallProducts({kCode}); }},
-        {"unInstallProductsW2K", [](msiWrapper& w, std::string&) { return w.unInstallProductsW2K({kCode}); }},
-        {"unInstallProductsNT4", [](msiWrapper& w, std::string&) { return w.unInstallProductsNT4({kCode}); }},
-        {"unInstallProducts9X", [](msiWrapper& w, std::string&) { return w.unInstallProducts9X({kCode}); }},
+        UINT (*run)(W&, S&);
+    } cases[] = {
+        {"GetProductCodeByUpgrade", [](W& w, S&) { return w.GetProductCodeByUpgrade("", "x"); }},
+        {"intGetProductVersion", [](W& w, S& t) { return w.intGetProductVersion(kCode, t); }},
+        {"getProductPackagePathUserData", [](W& w, S& t) { return w.getProductPackagePathUserData(kCode, t); }},
+        {"getProductPackagePathLocalPackages", [](W& w, S& t) { return w.getProductPackagePathLocalPackages(kCode, t); }},
+        {"executeDb", [](W& w, S&) { return w.executeDb(1, "SELECT 1"); }},
+        {"oldMRVModifyPackage", [](W& w, S&) { return w.oldMRVModifyPackage("C:\\x.msi"); }},
+        {"MRV_3_50_CustomAction", [](W& w, S&) { return w.MRV_3_50_CustomAction("C:\\x.msi"); }},
+        {"MRV_3_50_RemoveCondition", [](W& w, S&) { return w.MRV_3_50_RemoveCondition("C:\\x.msi"); }},
+        {"msiUnInstallProduct", [](W& w, S&) { return w.msiUnInstallProduct(kCode); }},
+        {"unInstallProducts", [](W& w, S&) { return w.unInstallProducts({kCode}); }},
+        {"unInstallProductsW2K", [](W& w, S&) { return w.unInstallProductsW2K({kCode}); }},
+        {"unInstallProductsNT4", [](W& w, S&) { return w.unInstallProductsNT4({kCode}); }},
+        {"unInstallProducts9X", [](W& w, S&) { return w.unInstallProducts9X({kCode}); }},
     };
     for (const Case& c : cases) {
         LogCapture log;
@@ -58,8 +56,7 @@ TEST(NoMsi, EveryProductOperationFailsToInitialize) {
     LogCapture lists;
     EXPECT_FALSE(msiw.isProductExists({kCode}));
     EXPECT_EQ(msiw.getLocalPackage(kCode), StringList{});
-    expectFailure(lists, "msiWrapper::isProductExists", "msiWrapper::isProductExists");
-    expectFailure(lists, "msiWrapper::getLocalPackage", "msiWrapper::getLocalPackage");
+    for (const std::string op : {"msiWrapper::isProductExists", "msiWrapper::getLocalPackage"}) expectFailure(lists, op, op);
 
     // This one names the property reader; the log readers know it so.
     LogCapture condition;
