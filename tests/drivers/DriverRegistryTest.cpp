@@ -29,9 +29,12 @@ public:
         existed_ = zktest::readRaw(HKEY_LOCAL_MACHINE, path_, name_, type_, bytes_);
     }
     ~SavedValue() {
-        if (existed_) return set(type_, bytes_);
-        remove();
-        if (!keyExisted_) zktest::deleteTree(HKEY_LOCAL_MACHINE, path_);
+        if (existed_) {
+            set(type_, bytes_);
+        } else {
+            remove();
+            if (!keyExisted_) zktest::deleteTree(HKEY_LOCAL_MACHINE, path_);
+        }
     }
     void set(DWORD type, const std::string& bytes) const { zktest::writeRaw(HKEY_LOCAL_MACHINE, path_, name_, type, bytes); }
     void remove() const { zktest::deleteValue(HKEY_LOCAL_MACHINE, path_, name_); }

@@ -68,24 +68,6 @@ TEST_F(RMService, BehaveUsesTheBoundFunctions) {
     EXPECT_EQ(rm.calls("EstablishContext"), 0u);
 }
 
-TEST_F(RMService, BehaveIgnoresNoReadersButNotOtherFailures) {
-    LogCapture none;
-    EXPECT_EQ(installer.checkRMbehave(), SCARD_S_SUCCESS);
-    EXPECT_TRUE(none.has(std::string("Warn in ") + kCheckOp +
-                         ", SCARD_E_NO_READERS_AVAILABLE error ignored rv=0x8010002e"))
-        << none.dump();
-    EXPECT_TRUE(none.has(std::string("Err in ") + kCheckOp + ", m_SCardListReaders fails , rv=0x8010002e"))
-        << none.dump();
-
-    rm.readers({"Reader"});
-    rm.fail("ListReadersData", 0x80100008);
-    LogCapture data;
-    EXPECT_EQ(installer.checkRMbehave(), static_cast<LONG>(0x80100008));
-    EXPECT_TRUE(data.has(std::string("Err in ") + kCheckOp + ", m_SCardListReaders fails read all data, rv=0x80100008"))
-        << data.dump();
-    EXPECT_EQ(rm.calls("Established"), 2u);
-}
-
 TEST_F(RMService, AccountMustBeLocalServiceExactly) {
     ScardSvrService service;
     struct Case {
@@ -166,15 +148,12 @@ TEST_F(RMBehaveSession, WrongAccountWarnsWithTheDefaultTextWithoutStarting) {
     EXPECT_TRUE(log.has("Warn in Win2KCoreInstaller::check_RM_behave(), getPropStrVal(RM_CONFIG_DLG) returns empty "
                         "value, leave string as default."))
         << log.dump();
-}
 
-TEST_F(RMBehaveSession, NoSessionNoMessage) {
-    service.setObjectName("LocalSystem");
     const int before = TestSession::messageCount();
-    LogCapture log;
+    LogCapture noSession;  // no session: no message
     installer.check_RM_behave(0);
     EXPECT_EQ(TestSession::messageCount(), before);
-    EXPECT_FALSE(log.has("Trace in Win2KCoreInstaller::check_RM_behave(), call getPropStrVal(RM_CONFIG_DLG)"));
+    EXPECT_FALSE(noSession.has("Trace in Win2KCoreInstaller::check_RM_behave(), call getPropStrVal(RM_CONFIG_DLG)"));
 }
 
 }  // namespace

@@ -8,6 +8,7 @@
 
 #include "StandIn.h"
 #include "cleanup/RMTable.h"
+#include "drivers/Win2KCoreInstaller.h"
 #include "support/TestLog.h"
 
 using namespace zk;
@@ -17,7 +18,6 @@ using zktest::Scenario;
 namespace {
 
 const std::vector<BYTE> kAtr = {0x3b, 0x02, 0x14, 0x50};
-const LONG kNoReaders = static_cast<LONG>(SCARD_E_NO_READERS_AVAILABLE);
 
 class ReaderTable : public ::testing::Test {
 protected:
@@ -90,31 +90,61 @@ TEST_F(ReaderTable, FailuresOfStateAndCardQueriesKeepTheReader) {
     EXPECT_EQ(readers.size(), 2u);
 }
 
+// One failure of the reader list at a time (they add up: a later row keeps
+// the earlier forced results), seen by the table, the token probe and the
+// installer's reader walk.
 TEST_F(ReaderTable, ListFailuresAreLoggedAndReturned) {
-    LogCapture none;
-    RMTable table;
-    std::vector<ReaderEntry> readers;
-    EXPECT_EQ(table.snapshot(readers), kNoReaders);
-    EXPECT_TRUE(none.has("Warn in RMTable::snapshot, SCARD_E_NO_READERS_AVAILABLE - may be setup on clean system"))
-        << none.dump();
+    struct Row {
+        const char* call;  // forced to fail (none: no readers at all)
+        DWORD rv, snapshotRv, tokenRv, behaveRv;
+        std::vector<std::string> snapshot, token, behave;
+    };
+    const std::string behave = "Win2KCoreInstaller::checkRMbehave(), ";
+    const Row rows[] = {
+        {nullptr, 0, 0x8010002e, 0, 0,
+         {"Warn in RMTable::snapshot, SCARD_E_NO_READERS_AVAILABLE - may be setup on clean system"},
+         {"Warn in ::isTokenPresent, ignore error SCARD_E_NO_READERS_AVAILABLE (rv=0x8010002e)",
+          "::isTokenPresent: exit  rv=0x0 ,token not found"},
+         {"Err in " + behave + "m_SCardListReaders fails , rv=0x8010002e",
+          "Warn in " + behave + "SCARD_E_NO_READERS_AVAILABLE error ignored rv=0x8010002e"}},
+        {"ListReadersData", 0x80100008, 0x80100008, 0x80100008, 0x80100008,
+         {"Err in RMTable::snapshot, SCardListReaders fails read all data, rv=0x80100008"},
+         {"Err in ::isTokenPresent, SCardListReaders() failed read all data, rv:0x80100008"},
+         {"Err in " + behave + "m_SCardListReaders fails read all data, rv=0x80100008"}},
+        {"ListReadersSize", 0x80100017, 0x80100017, 0x80100017, 0x80100017,
+         {"Err in RMTable::snapshot, SCardListReaders fails, rv=0x80100017"},
+         {"Err in ::isTokenPresent, SCardListReaders() failed, rv:0x80100017"},
+         {}},
+        {"EstablishContext", 0x8010001d, 0x8010001d, 0x8010001d, 0x8010001d,
+         {"Err in RMTable::snapshot, SCardEstablishContext fails, rv=0x8010001d"},
+         {"Err in ::isTokenPresent, SCardEstablishContext() failed, rv:0x8010001d",
+          "::isTokenPresent: exit  rv=0x8010001d ,token not found"},
+         {}},
+    };
+    Win2KCoreInstaller installer;
+    for (const Row& r : rows) {
+        SCOPED_TRACE(r.call ? r.call : "no readers");
+        if (r.call) {
+            rm.readers({"Reader"});
+            rm.fail(r.call, r.rv);
+        }
+        RMTable table;
+        std::vector<ReaderEntry> readers;
+        LogCapture snapshot;
+        EXPECT_EQ(table.snapshot(readers), static_cast<LONG>(r.snapshotRv));
+        EXPECT_TRUE(readers.empty());
+        EXPECT_TRUE(snapshot.hasInOrder(r.snapshot)) << snapshot.dump();
 
-    rm.readers({"Reader"});
-    rm.fail("ListReadersData", 0x80100008);
-    LogCapture data;
-    EXPECT_EQ(table.snapshot(readers), static_cast<LONG>(0x80100008));
-    EXPECT_TRUE(data.has("Err in RMTable::snapshot, SCardListReaders fails read all data, rv=0x80100008"))
-        << data.dump();
+        DWORD bTokenPresent = 1;
+        LogCapture token;
+        EXPECT_EQ(isTokenPresent(bTokenPresent), static_cast<LONG>(r.tokenRv));
+        EXPECT_EQ(bTokenPresent, 0u);
+        EXPECT_TRUE(token.hasInOrder(r.token)) << token.dump();
 
-    rm.fail("ListReadersSize", 0x80100017);
-    LogCapture size;
-    EXPECT_EQ(table.snapshot(readers), static_cast<LONG>(0x80100017));
-    EXPECT_TRUE(size.has("Err in RMTable::snapshot, SCardListReaders fails, rv=0x80100017")) << size.dump();
-
-    rm.fail("EstablishContext", 0x8010001d);
-    LogCapture context;
-    EXPECT_EQ(table.snapshot(readers), static_cast<LONG>(0x8010001d));
-    EXPECT_TRUE(context.has("Err in RMTable::snapshot, SCardEstablishContext fails, rv=0x8010001d")) << context.dump();
-    EXPECT_TRUE(readers.empty());
+        LogCapture walk;
+        EXPECT_EQ(installer.checkRMbehave(), static_cast<LONG>(r.behaveRv));
+        EXPECT_TRUE(walk.hasInOrder(r.behave)) << walk.dump();
+    }
 }
 
 TEST_F(ReaderTable, ListReadersFiltersBySubstring) {
@@ -141,8 +171,16 @@ TEST_F(ReaderTable, ListReadersFiltersBySubstring) {
 }
 
 TEST_F(ReaderTable, CountsOfProductAndOtherReaders) {
+    UINT nIfdh = 7, nOthers = 7;
+    LogCapture none;  // no readers: they cannot be listed
+    EXPECT_FALSE(snapshotScardDevice("BVS ifdh", nIfdh, nOthers));
+    EXPECT_EQ(nIfdh + nOthers, 0u);
+    EXPECT_TRUE(none.hasInOrder({"Trace in ::snapshotScardDevice, Cannot list readers",
+                                 "::snapshotScardDevice: exit , rmExists: 0, BVS: 0, others: 0"}))
+        << none.dump();
+    EXPECT_FALSE(isVirtualReaderPresent());
+
     rm.readers({"BVS ifdh 0", "BVS VR 0", "BVS ifdh 1", "Acme 0"});
-    UINT nIfdh = 9, nOthers = 9;
     LogCapture log;
     countIfdhReaders(nIfdh, nOthers);
     EXPECT_EQ(nIfdh, 2u);
@@ -155,24 +193,17 @@ TEST_F(ReaderTable, CountsOfProductAndOtherReaders) {
     EXPECT_FALSE(isVirtualReaderPresent());
 }
 
-TEST_F(ReaderTable, NoReadersMeansTheReadersCannotBeListed) {
-    UINT n = 7, others = 7;
-    LogCapture log;
-    EXPECT_FALSE(snapshotScardDevice("BVS ifdh", n, others));
-    EXPECT_EQ(n, 0u);
-    EXPECT_EQ(others, 0u);
-    EXPECT_TRUE(log.hasInOrder({"Trace in ::snapshotScardDevice, Cannot list readers",
-                                "::snapshotScardDevice: exit , rmExists: 0, BVS: 0, others: 0"}))
-        << log.dump();
-    EXPECT_FALSE(isVirtualReaderPresent());
-}
-
 TEST_F(ReaderTable, OddReaderLists) {
     // An empty list, very long names and two hundred readers.
     rm.readers({});
     UINT n = 1, others = 1;
     EXPECT_TRUE(snapshotScardDevice("BVS VR", n, others));
     EXPECT_EQ(n + others, 0u);
+    DWORD bTokenPresent = 1;
+    LogCapture empty;
+    EXPECT_EQ(isTokenPresent(bTokenPresent), SCARD_S_SUCCESS);
+    EXPECT_EQ(bTokenPresent, 0u);
+    EXPECT_TRUE(empty.has("Trace in ::isTokenPresent, SCardListReaders(), found 0 readers")) << empty.dump();
 
     const std::string longName = "BVS VR " + std::string(3000, 'x');
     std::vector<std::string> many = {longName};
@@ -209,39 +240,6 @@ TEST_F(ReaderTable, TokenPresentStopsAtTheFirstTokenAndAsksWithEmpty) {
         << log.dump();
     EXPECT_EQ(rm.calls("LastCurrentState"), static_cast<DWORD>(SCARD_STATE_EMPTY));
     EXPECT_EQ(rm.calls("GetStatusChange"), 2u);
-}
-
-TEST_F(ReaderTable, TokenProbeOnEmptyAndFailingLists) {
-    DWORD bTokenPresent = 1;
-    LogCapture none;
-    EXPECT_EQ(isTokenPresent(bTokenPresent), SCARD_S_SUCCESS);
-    EXPECT_EQ(bTokenPresent, 0u);
-    EXPECT_TRUE(none.hasInOrder(
-        {"Warn in ::isTokenPresent, ignore error SCARD_E_NO_READERS_AVAILABLE (rv=0x8010002e)",
-         "::isTokenPresent: exit  rv=0x0 ,token not found"}))
-        << none.dump();
-
-    rm.readers({});
-    LogCapture empty;
-    EXPECT_EQ(isTokenPresent(bTokenPresent), SCARD_S_SUCCESS);
-    EXPECT_TRUE(empty.has("Trace in ::isTokenPresent, SCardListReaders(), found 0 readers")) << empty.dump();
-
-    rm.readers({"Reader"});
-    rm.fail("ListReadersData", 0x80100008);
-    LogCapture data;
-    EXPECT_EQ(isTokenPresent(bTokenPresent), static_cast<LONG>(0x80100008));
-    EXPECT_TRUE(data.has("Err in ::isTokenPresent, SCardListReaders() failed read all data, rv:0x80100008"))
-        << data.dump();
-    rm.fail("ListReadersSize", 0x80100017);
-    LogCapture size;
-    EXPECT_EQ(isTokenPresent(bTokenPresent), static_cast<LONG>(0x80100017));
-    EXPECT_TRUE(size.has("Err in ::isTokenPresent, SCardListReaders() failed, rv:0x80100017")) << size.dump();
-    rm.fail("EstablishContext", 0x8010001d);
-    LogCapture context;
-    EXPECT_EQ(isTokenPresent(bTokenPresent), static_cast<LONG>(0x8010001d));
-    EXPECT_TRUE(context.hasInOrder({"Err in ::isTokenPresent, SCardEstablishContext() failed, rv:0x8010001d",
-                                    "::isTokenPresent: exit  rv=0x8010001d ,token not found"}))
-        << context.dump();
 }
 
 TEST_F(ReaderTable, ResourceManagerOnWhenAContextCanBeHad) {

@@ -84,57 +84,6 @@ DWORD Scenario::calls(const std::string& name) const {
 
 }  // namespace zktest
 
-namespace zktest {
-namespace {
-const char* const kServiceKey = "SYSTEM\\CurrentControlSet\\Services\\SCardSvr";
-
-DWORD withService(DWORD access, DWORD (*use)(SC_HANDLE)) {
-    zk::ServiceHandle scm(OpenSCManagerA(nullptr, nullptr, SC_MANAGER_ALL_ACCESS));
-    zk::ServiceHandle service(OpenServiceA(scm.get(), "SCardSvr", access));
-    return service ? use(service.get()) : 0;
+void zktest::ScardSvrService::setObjectName(const std::string& account) const {
+    writeString(HKEY_LOCAL_MACHINE, "SYSTEM\\CurrentControlSet\\Services\\SCardSvr", "ObjectName", account);
 }
-}  // namespace
-
-ScardSvrService::ScardSvrService() {
-    const std::string binary = "\"" + env("ZK_FIXTURES") + "\\doubles\\zkscardsvr.exe\"";
-    zk::ServiceHandle scm(OpenSCManagerA(nullptr, nullptr, SC_MANAGER_ALL_ACCESS));
-    zk::ServiceHandle service(CreateServiceA(scm.get(), "SCardSvr", "SCardSvr", SERVICE_ALL_ACCESS,
-                                             SERVICE_WIN32_OWN_PROCESS, SERVICE_DEMAND_START, SERVICE_ERROR_NORMAL,
-                                             binary.c_str(), nullptr, nullptr, nullptr, nullptr, nullptr));
-    EXPECT_TRUE(service) << GetLastError();
-}
-
-ScardSvrService::~ScardSvrService() {
-    withService(SERVICE_ALL_ACCESS, [](SC_HANDLE s) -> DWORD {
-        SERVICE_STATUS status = {};
-        ControlService(s, SERVICE_CONTROL_STOP, &status);
-        for (int i = 0; i < 100000 && QueryServiceStatus(s, &status) && status.dwCurrentState != SERVICE_STOPPED; ++i) {
-        }
-        DeleteService(s);
-        return 0;
-    });
-}
-
-void ScardSvrService::start() const {
-    const DWORD ok = withService(SERVICE_START | SERVICE_QUERY_STATUS, [](SC_HANDLE s) -> DWORD {
-        if (!StartServiceA(s, 0, nullptr)) return 0;
-        SERVICE_STATUS status = {};
-        while (QueryServiceStatus(s, &status) && status.dwCurrentState == SERVICE_START_PENDING) {
-        }
-        return status.dwCurrentState == SERVICE_RUNNING ? 1 : 0;
-    });
-    EXPECT_EQ(ok, 1u) << GetLastError();
-}
-
-DWORD ScardSvrService::state() const {
-    return withService(SERVICE_QUERY_STATUS, [](SC_HANDLE s) -> DWORD {
-        SERVICE_STATUS status = {};
-        return QueryServiceStatus(s, &status) ? status.dwCurrentState : 0;
-    });
-}
-
-void ScardSvrService::setObjectName(const std::string& account) const {
-    writeString(HKEY_LOCAL_MACHINE, kServiceKey, "ObjectName", account);
-}
-
-}  // namespace zktest

@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "doubles/scardsvr/TestServices.h"
+
 namespace zktest {
 
 inline constexpr const char* kScenarioKey = "Software\\zKCoreInstTests\\WinSCard";
@@ -32,12 +34,10 @@ namespace zktest {
 
 // The stand-in smart-card service registered as "SCardSvr" for one test,
 // stopped and deleted afterwards.
-class ScardSvrService {
+class ScardSvrService : public TestServices {
 public:
-    ScardSvrService();
-    ~ScardSvrService();
-    void start() const;
-    DWORD state() const;  // 0 when the service cannot be queried
+    ScardSvrService() { create("SCardSvr"); }
+    void start() const { EXPECT_TRUE(TestServices::start()) << GetLastError(); }
     void setObjectName(const std::string& account) const;
 };
 

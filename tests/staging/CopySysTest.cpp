@@ -4,6 +4,7 @@
 
 #include "StagingFixture.h"
 #include "frame/FileInfo.h"
+#include "frame/Win32.h"
 #include "support/TestLog.h"
 
 using stagingtest::Staging;
@@ -14,6 +15,8 @@ namespace {
 
 const char* const kOp = "Win2KCoreInstaller::copy_sys()";
 
+// The path as the code logs it (the folder is "drivers" on disk).
+std::string dst(const std::string& name) { return zk::systemDirectory() + "\\Drivers\\" + name; }
 std::string trace(const std::string& text) { return std::string("Trace in ") + kOp + ", " + text; }
 
 using CopySys = Staging;
@@ -41,10 +44,10 @@ TEST_F(CopySys, MissingTargetCountsAsVersionZeroAndIsCopied) {
                                " ",
                                std::string(kOp) + ": entry <time>   file=bvsup.sys",
                                "getFileVersion():: failure in GetFileVersionInfoSize",
-                               std::string("Warn in ") + kOp + ", assumed, There is no file <" + target("bvsup.sys") +
+                               std::string("Warn in ") + kOp + ", assumed, There is no file <" + dst("bvsup.sys") +
                                    "> exist - 1st setup on clean system, err=0x2",
                                trace(" NewSys: " + source("bvsup.sys") + " ver: 2.5 build: 100"),
-                               trace(" OldSys: " + target("bvsup.sys") + " ver: 0.0 build: 0"),
+                               trace(" OldSys: " + dst("bvsup.sys") + " ver: 0.0 build: 0"),
                                trace("CopyFile " + source("bvsup.sys") + " OK"),
                                std::string(kOp) + ": exit ",
                            }))
@@ -76,7 +79,7 @@ TEST_F(CopySys, CopiesOnlyWhenTheStagedFileIsNewer) {
         inst->copy_sys("zKSCFLT.sys");
         const std::string expected = std::string(c.copied ? c.staged : c.installed) + "\\zKSCFLT.sys";
         EXPECT_TRUE(installedIs("zKSCFLT.sys", expected));
-        EXPECT_TRUE(log.has(trace(" OldSys: " + target("zKSCFLT.sys") + " " + c.oldLine))) << log.dump();
+        EXPECT_TRUE(log.has(trace(" OldSys: " + dst("zKSCFLT.sys") + " " + c.oldLine))) << log.dump();
         const std::string skipped =
             trace("CopyFile no required because file version is the same, file=" + source("zKSCFLT.sys"));
         EXPECT_EQ(log.has(skipped), !c.copied) << log.dump();
@@ -96,13 +99,13 @@ TEST_F(CopySys, UnreadableOrMissingSourceIsLoggedAndNothingCopied) {
                                     std::string(kOp) + ": exit "}))
             << log.dump();
         EXPECT_FALSE(log.has(trace(" NewSys: " + source(name) + " ver: 0.0 build: 0"))) << log.dump();
-        EXPECT_FALSE(stagingtest::exists(target(name)));
+        EXPECT_FALSE(stagingtest::exists(dst(name)));
     }
 }
 
 TEST_F(CopySys, FailedCopyIsLoggedNotThrown) {
     // A folder in the way: no version to read, and no file can be written there.
-    ASSERT_TRUE(CreateDirectoryA(target("bvsup.sys").c_str(), nullptr));
+    ASSERT_TRUE(CreateDirectoryA(dst("bvsup.sys").c_str(), nullptr));
     LogCapture log;
     EXPECT_NO_THROW(inst->copy_sys("bvsup.sys"));
     EXPECT_TRUE(log.has(std::string("Err in ") + kOp + ", CopyFile, file=" + source("bvsup.sys") + " failed 0x5"))

@@ -4,10 +4,12 @@
 
 #include <cstdint>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "support/TestLog.h"
-#include "support/TestProcess.h"
+#include "doubles/scardsvr/TestServices.h"
+#include "frame/Win32.h"
 #include "system/Services.h"
 
 using namespace zk;
@@ -15,65 +17,17 @@ using zktest::LogCapture;
 
 namespace {
 
-std::string standIn() { return "\"" + zktest::env("ZK_FIXTURES") + "\\doubles\\zkscardsvr.exe\""; }
-
 class Services : public ::testing::Test {
 protected:
-    void SetUp() override {
-        scm = OpenSCManagerA(nullptr, nullptr, SC_MANAGER_ALL_ACCESS);
-        ASSERT_NE(scm, nullptr);
-        create("SCardSvr", standIn());
-    }
-    void TearDown() override {
-        for (const std::string& name : created) {
-            SC_HANDLE s = OpenServiceA(scm, name.c_str(), SERVICE_ALL_ACCESS);
-            if (!s) continue;
-            SERVICE_STATUS status = {};
-            ControlService(s, SERVICE_CONTROL_STOP, &status);
-            DeleteService(s);
-            CloseServiceHandle(s);
-        }
-        CloseServiceHandle(scm);
-    }
-    void create(const std::string& name, const std::string& binary) {
-        SC_HANDLE s = CreateServiceA(scm, name.c_str(), name.c_str(), SERVICE_ALL_ACCESS, SERVICE_WIN32_OWN_PROCESS,
-                                     SERVICE_DEMAND_START, SERVICE_ERROR_NORMAL, binary.c_str(), nullptr, nullptr,
-                                     nullptr, nullptr, nullptr);
-        ASSERT_NE(s, nullptr) << name << " " << GetLastError();
-        CloseServiceHandle(s);
-        created.push_back(name);
-    }
-    DWORD state(const char* name) const {
-        SC_HANDLE s = OpenServiceA(scm, name, SERVICE_QUERY_STATUS);
-        SERVICE_STATUS status = {};
-        if (!s) return 0;
-        QueryServiceStatus(s, &status);
-        CloseServiceHandle(s);
-        return status.dwCurrentState;
-    }
-    DWORD startType(const char* name) const {
-        SC_HANDLE s = OpenServiceA(scm, name, SERVICE_QUERY_CONFIG);
-        if (!s) return 0xFFFFFFFF;
-        std::vector<char> buf(8192);
-        DWORD needed = 0;
-        auto* config = reinterpret_cast<QUERY_SERVICE_CONFIGA*>(buf.data());
-        BOOL ok = QueryServiceConfigA(s, config, static_cast<DWORD>(buf.size()), &needed);
-        CloseServiceHandle(s);
-        return ok ? config->dwStartType : 0xFFFFFFFF;
-    }
-    void startDirectly(const char* name) const {
-        SC_HANDLE s = OpenServiceA(scm, name, SERVICE_START);
-        ASSERT_TRUE(s && StartServiceA(s, 0, nullptr)) << GetLastError();
-        CloseServiceHandle(s);
-    }
-
-    SC_HANDLE scm = nullptr;
-    std::vector<std::string> created;
+    void SetUp() override { services.create("SCardSvr"); }
+    DWORD state() const { return services.state(); }
+    DWORD startType() const { return services.startType(); }
+    zktest::TestServices services;
+    SC_HANDLE scm = services.scm();
 };
 
 TEST_F(Services, StopRunningServiceThenAlreadyStopped) {
-    startDirectly("SCardSvr");
-    ASSERT_EQ(state("SCardSvr"), static_cast<DWORD>(SERVICE_RUNNING));
+    ASSERT_TRUE(services.start()) << GetLastError();
     bool reboot = false;
     LogCapture log;
     EXPECT_EQ(stopService(scm, "SCardSvr", reboot), 0u);
@@ -81,7 +35,7 @@ TEST_F(Services, StopRunningServiceThenAlreadyStopped) {
                                                      "Trace in ::stopService, ControlService(SERVICE_CONTROL_STOP) stopped",
                                                      "::stopService: exit , reboot: 0"}))
         << log.dump();
-    EXPECT_EQ(state("SCardSvr"), static_cast<DWORD>(SERVICE_STOPPED));
+    EXPECT_EQ(state(), static_cast<DWORD>(SERVICE_STOPPED));
 
     // No stop request for a stopped service (it would fail with 1062 and be logged).
     LogCapture again;
@@ -90,6 +44,15 @@ TEST_F(Services, StopRunningServiceThenAlreadyStopped) {
                                                        "Trace in ::stopService, service is not running.",
                                                        "::stopService: exit , reboot: 0"}))
         << again.dump();
+
+    LogCapture deleted;
+    EXPECT_EQ(deleteService(scm, "SCardSvr", reboot), 0u);
+    EXPECT_EQ(deleted.lines(), (std::vector<std::string>{" ", "::deleteService: entry <time>   name=SCardSvr",
+                                                         "Trace in ::deleteService, Service deleted: SCardSvr",
+                                                         "::deleteService: exit , reboot: 0"}))
+        << deleted.dump();
+    EXPECT_FALSE(services.open("SCardSvr", SERVICE_QUERY_STATUS));
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_SERVICE_DOES_NOT_EXIST));
     EXPECT_FALSE(reboot);
 }
 
@@ -110,21 +73,17 @@ TEST_F(Services, MissingServicesAreSuccessForStopAndDelete) {
         << start.dump();
 }
 
-TEST_F(Services, DeleteRemovesTheService) {
-    bool reboot = false;
-    LogCapture log;
-    EXPECT_EQ(deleteService(scm, "SCardSvr", reboot), 0u);
-    EXPECT_EQ(log.lines(), (std::vector<std::string>{" ", "::deleteService: entry <time>   name=SCardSvr",
-                                                     "Trace in ::deleteService, Service deleted: SCardSvr",
-                                                     "::deleteService: exit , reboot: 0"}))
-        << log.dump();
-    SC_HANDLE gone = OpenServiceA(scm, "SCardSvr", SERVICE_QUERY_STATUS);
-    EXPECT_EQ(gone, nullptr);
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_SERVICE_DOES_NOT_EXIST));
-    if (gone) CloseServiceHandle(gone);
-}
-
+// The start type is changed for "SCARDSVR" spelt exactly so only.
 TEST_F(Services, StartMakesTheResourceManagerAutomatic) {
+    LogCapture other;
+    EXPECT_EQ(startService(scm, "scardsvr"), 0u);
+    EXPECT_FALSE(other.has("Trace in ::setServiceStartType, service set to be as Automatically runned")) << other.dump();
+    EXPECT_TRUE(other.has("Trace in ::startService, service <scardsvr> started.")) << other.dump();
+    EXPECT_EQ(state(), static_cast<DWORD>(SERVICE_RUNNING));
+    EXPECT_EQ(startType(), static_cast<DWORD>(SERVICE_DEMAND_START));
+
+    bool reboot = false;
+    ASSERT_EQ(stopService(scm, "SCardSvr", reboot), 0u);
     LogCapture log;
     EXPECT_EQ(startService(scm, "SCARDSVR"), 0u);
     EXPECT_EQ(log.lines(),
@@ -135,36 +94,27 @@ TEST_F(Services, StartMakesTheResourceManagerAutomatic) {
                                         "Trace in ::startService, service <SCARDSVR> started.",
                                         "::startService: exit  (ret=0x0)"}))
         << log.dump();
-    EXPECT_EQ(state("SCardSvr"), static_cast<DWORD>(SERVICE_RUNNING));
-    EXPECT_EQ(startType("SCardSvr"), static_cast<DWORD>(SERVICE_AUTO_START));
+    EXPECT_EQ(state(), static_cast<DWORD>(SERVICE_RUNNING));
+    EXPECT_EQ(startType(), static_cast<DWORD>(SERVICE_AUTO_START));
 
     LogCapture running;
     EXPECT_EQ(startService(scm, "SCARDSVR"), 0u);
     EXPECT_TRUE(running.has("Trace in ::startService, service <SCARDSVR> was running, status=0x4")) << running.dump();
 }
 
-TEST_F(Services, OtherSpellingKeepsTheStartType) {
-    LogCapture log;
-    EXPECT_EQ(startService(scm, "scardsvr"), 0u);
-    EXPECT_FALSE(log.has("Trace in ::setServiceStartType, service set to be as Automatically runned")) << log.dump();
-    EXPECT_TRUE(log.has("Trace in ::startService, service <scardsvr> started.")) << log.dump();
-    EXPECT_EQ(state("SCardSvr"), static_cast<DWORD>(SERVICE_RUNNING));
-    EXPECT_EQ(startType("SCardSvr"), static_cast<DWORD>(SERVICE_DEMAND_START));
-}
-
 TEST_F(Services, FailedStartsAreLoggedWithTheStatus) {
-    create("zkMissingBinary", "\"C:\\zk\\no such folder\\svc.exe\"");
-    create("zkNotAService", standIn() + " --plain");
-    create("zkFailingService", standIn() + " --fail");
+    services.create("zkMissingBinary", "\"C:\\zk\\no such folder\\svc.exe\"");
+    services.create("zkNotAService", zktest::scardSvrBinary() + " --plain");
+    services.create("zkFailingService", zktest::scardSvrBinary() + " --fail");
 
-    LogCapture missing;
-    EXPECT_EQ(startService(scm, "zkMissingBinary"), static_cast<DWORD>(ERROR_FILE_NOT_FOUND));
-    EXPECT_TRUE(missing.has("Err in ::startService, service <zkMissingBinary> cannot be started (0x2)"))
-        << missing.dump();
-
-    LogCapture plain;
-    EXPECT_EQ(startService(scm, "zkNotAService"), static_cast<DWORD>(ERROR_SERVICE_REQUEST_TIMEOUT));
-    EXPECT_TRUE(plain.has("Err in ::startService, service <zkNotAService> cannot be started (0x41d)")) << plain.dump();
+    for (const auto& [name, code, text] :
+         {std::tuple<std::string, DWORD, std::string>{"zkMissingBinary", ERROR_FILE_NOT_FOUND, "0x2"},
+          {"zkNotAService", ERROR_SERVICE_REQUEST_TIMEOUT, "0x41d"}}) {
+        LogCapture log;
+        EXPECT_EQ(startService(scm, name.c_str()), code);
+        EXPECT_TRUE(log.has("Err in ::startService, service <" + name + "> cannot be started (" + text + ")"))
+            << log.dump();
+    }
 
     LogCapture failing;
     const DWORD ret = startService(scm, "zkFailingService");
@@ -187,14 +137,13 @@ TEST_F(Services, StartTypeNeedsHandlesWithConfigRights) {
                                std::to_string(reinterpret_cast<uintptr_t>(scm)) + " hSC=0"))
         << nullHandle.dump();
 
-    SC_HANDLE weak = OpenServiceA(scm, "SCardSvr", SERVICE_QUERY_STATUS | SERVICE_START | SERVICE_STOP);
-    ASSERT_NE(weak, nullptr);
+    ServiceHandle weak = services.open("SCardSvr", SERVICE_QUERY_STATUS | SERVICE_START | SERVICE_STOP);
+    ASSERT_TRUE(weak);
     LogCapture denied;
-    EXPECT_EQ(setServiceStartType(scm, "SCardSvr", weak), static_cast<DWORD>(ERROR_ACCESS_DENIED));
-    CloseServiceHandle(weak);
+    EXPECT_EQ(setServiceStartType(scm, "SCardSvr", weak.get()), static_cast<DWORD>(ERROR_ACCESS_DENIED));
     EXPECT_TRUE(denied.has("Err in ::setServiceStartType, QueryServiceConfig failed ERROR_ACCESS_DENIED (0x5)"))
         << denied.dump();
-    EXPECT_EQ(startType("SCardSvr"), static_cast<DWORD>(SERVICE_DEMAND_START));
+    EXPECT_EQ(startType(), static_cast<DWORD>(SERVICE_DEMAND_START));
 }
 
 }  // namespace
