@@ -1,5 +1,5 @@
 // Answers the window message boxes this thread opens: a CBT hook sees each
-// dialog being created and posts it the chosen button, so no test waits on
+// dialog being activated and posts it the chosen button, so no test waits on
 // a box nobody can see.
 #pragma once
 
