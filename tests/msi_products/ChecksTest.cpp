@@ -7,7 +7,7 @@
 #include "frame/Platform.h"
 #include "frame/Win32.h"
 #include "msi/PreInstallChecks.h"
-#include "support/TestLog.h"
+#include "LogMatch.h"
 #include "support/TestProcess.h"
 #include "support/TestRegistry.h"
 #include "support/TestSession.h"
@@ -68,9 +68,8 @@ TEST(Sessions, CheckAnswersZeroAndMarksAdminRightsFromVista) {
     const std::string op = "Trace in CoreCheckSessions, ";
     // Wine reports no terminal sessions at all. The count line starts with
     // a line break of its own.
-    EXPECT_TRUE(log.hasInOrder({op, "\t 0 running sessions found", op + "Number of active sessions 0, *result=0",
-                                "CoreCheckSessions >> OUT, rv = 0x0"}))
-        << log.dump();
+    EXPECT_TRUE(inOrder(log, {op, "\t 0 running sessions found", op + "Number of active sessions 0, *result=0",
+                              "CoreCheckSessions >> OUT, rv = 0x0"}));
     const auto flag = readDword(HKEY_LOCAL_MACHINE, kFlagKey, "AdminPriv");
     if (getPlatform() == PL_WINVISTA) {
         EXPECT_EQ(flag, 1u);
@@ -123,18 +122,15 @@ TEST(FileProtection, MissingRuntimeFilesSetTheirBits) {
     LogCapture both;
     EXPECT_EQ(CoreCheckWindowsFileProtection(0, "setup.exe", &result), 0u);
     EXPECT_EQ(result, 0u);
-    EXPECT_TRUE(both.has("Trace in " + op + "result(exist msvcrt.dll and msvcp60.dll) = [0] on file setup.exe"))
-        << both.dump();
-    EXPECT_NE(both.dump().find("Trace in " + op + "exist file <" + msvcp60.path + ">, version: "), std::string::npos)
-        << both.dump();
+    EXPECT_TRUE(hasLine(both, "Trace in " + op + "result(exist msvcrt.dll and msvcp60.dll) = [0] on file setup.exe"));
+    EXPECT_TRUE(mentions(both, "Trace in " + op + "exist file <" + msvcp60.path + ">, version: "));
 
     ASSERT_TRUE(DeleteFileA(msvcp60.path.c_str()));
     LogCapture one;
     EXPECT_EQ(CoreCheckWindowsFileProtection(0, nullptr, &result), 0u);
     EXPECT_EQ(result, 2u);
-    EXPECT_TRUE(one.has("Warn in " + op + ", There is no file <" + msvcp60.path +
-                        "> exist - so assumed not protected"))
-        << one.dump();
+    EXPECT_TRUE(
+        hasLine(one, "Warn in " + op + ", There is no file <" + msvcp60.path + "> exist - so assumed not protected"));
 
     // (Bit 1, msvcrt.dll, cannot be shown here: Wine answers the version of
     // the loaded msvcrt module whatever lies at that path.)
@@ -142,9 +138,7 @@ TEST(FileProtection, MissingRuntimeFilesSetTheirBits) {
     ASSERT_TRUE(CreateDirectoryA(msvcp60.path.c_str(), nullptr));
     LogCapture unreadable;
     EXPECT_EQ(CoreCheckWindowsFileProtection(0, "x", &result), 0u);
-    EXPECT_NE(unreadable.dump().find("Err in " + op + "getFileVersion() on " + msvcp60.path + " failed, err=0x"),
-              std::string::npos)
-        << unreadable.dump();
+    EXPECT_TRUE(mentions(unreadable, "Err in " + op + "getFileVersion() on " + msvcp60.path + " failed, err=0x"));
     EXPECT_EQ(result, 0u);
     EXPECT_EQ(CoreCheckWindowsFileProtection(0, "x", nullptr), 0u);
 }
@@ -157,19 +151,17 @@ TEST(MsiTest, MessageGoesThroughTheInstallerAndWithoutOneToAWindowBox) {
         EXPECT_EQ(CoreMSITest(session.handle(), "Close the browser"), 0u);
         EXPECT_EQ(TestSession::messageCount(), 1);
         EXPECT_EQ(TestSession::lastMessage(), "Close the browser");
-        EXPECT_TRUE(log.hasInOrder({"Trace in CoreMSITest, internalMsiMessageBox displayed, Msg=Close the browser",
-                                    "Trace in internalMsiMessageBox, internalMsiMessageBox - strMessage: Close the browser"}))
-            << log.dump();
-        EXPECT_EQ(log.dump().find("MRV4"), std::string::npos);
+        EXPECT_TRUE(inOrder(log, {"Trace in CoreMSITest, internalMsiMessageBox displayed, Msg=Close the browser",
+                                  "Trace in internalMsiMessageBox, internalMsiMessageBox - strMessage: Close the browser"}));
+        EXPECT_TRUE(mentions(log, "MRV4", true));
     }
     MessageBoxWatch watch(IDOK);
     LogCapture log;
     EXPECT_EQ(CoreMSITest(0, "hello"), 0u);
     EXPECT_EQ(watch.caption(), "MRV4 CoreMSITest");
     EXPECT_EQ(watch.count(), 1);
-    EXPECT_TRUE(log.hasInOrder({"Trace in CoreMSITest, internalMsiMessageBox failed, try use Windows MsgBox",
-                                "Trace in CoreMSITest, MessageBox displayed, Msg=hello"}))
-        << log.dump();
+    EXPECT_TRUE(inOrder(log, {"Trace in CoreMSITest, internalMsiMessageBox failed, try use Windows MsgBox",
+                              "Trace in CoreMSITest, MessageBox displayed, Msg=hello"}));
 }
 
 }  // namespace

@@ -5,7 +5,7 @@
 #include "Releases.h"
 #include "frame/Exports.h"
 #include "msi/msiWrapper.h"
-#include "support/TestLog.h"
+#include "LogMatch.h"
 #include "support/TestRegistry.h"
 #include "support/TestSession.h"
 
@@ -76,8 +76,8 @@ TEST_F(Discovery, WalkLogsProductsMatchingTheHintAndEndsWith259) {
     EXPECT_GE(longer.count(kWalk + "this product name does not apply our hint..."), 2);
     LogCapture none;
     EXPECT_EQ(msiw.GetProductCodeByUpgrade(nullptr, nullptr, nullptr), 259u);
-    EXPECT_EQ(none.dump().find("product name"), std::string::npos) << none.dump();
-    EXPECT_TRUE(none.has(kWalk + "msiWrapper::GetProductCodeByUpgrade() hint= upgrade: ")) << none.dump();
+    EXPECT_TRUE(mentions(none, "product name", true));
+    EXPECT_TRUE(hasLine(none, kWalk + "msiWrapper::GetProductCodeByUpgrade() hint= upgrade: "));
 }
 
 TEST_F(Discovery, UncompatibleAppCheckOnlyLogsWhatTheWalkSees) {
@@ -88,18 +88,16 @@ TEST_F(Discovery, UncompatibleAppCheckOnlyLogsWhatTheWalkSees) {
     EXPECT_EQ(CoreCheckUncompatibleApp(0, kReleaseUpgradeCode, "ZK Test MRV", "4.50", &found), 0u);
     EXPECT_EQ(found, 0u);
     const std::string op = "Trace in CoreCheckUncompatibleApp, ";
-    EXPECT_TRUE(log.hasInOrder({op + "Check: ZK Test MRV upgrade code:" + kReleaseUpgradeCode + ", minVer=4.50",
-                                op + "minVer1=4 minVer2=50", kHintWarn, kHintWarn,
-                                op + "appUncompatibleFound=0 on app ZK Test MRV",
-                                "CoreCheckUncompatibleApp >> OUT, rv = 0x0"}))
-        << log.dump();
-    EXPECT_EQ(log.dump().find("Err in"), std::string::npos) << log.dump();
+    EXPECT_TRUE(inOrder(log, {op + "Check: ZK Test MRV upgrade code:" + kReleaseUpgradeCode + ", minVer=4.50",
+                              op + "minVer1=4 minVer2=50", kHintWarn, kHintWarn,
+                              op + "appUncompatibleFound=0 on app ZK Test MRV",
+                              "CoreCheckUncompatibleApp >> OUT, rv = 0x0"}));
+    EXPECT_TRUE(mentions(log, "Err in", true));
 
     LogCapture bare;
     EXPECT_EQ(CoreCheckUncompatibleApp(0, nullptr, nullptr, "4", nullptr), 0u);
-    EXPECT_TRUE(bare.hasInOrder({op + "Check:  upgrade code:, minVer=4", op + "minVer1=4 minVer2=0",
-                                 op + "appUncompatibleFound=0 on app "}))
-        << bare.dump();
+    EXPECT_TRUE(inOrder(bare, {op + "Check:  upgrade code:, minVer=4", op + "minVer1=4 minVer2=0",
+                               op + "appUncompatibleFound=0 on app "}));
 }
 
 TEST_F(Discovery, VersionAndExistenceOfInstalledProducts) {
@@ -107,7 +105,7 @@ TEST_F(Discovery, VersionAndExistenceOfInstalledProducts) {
     LogCapture log;
     EXPECT_EQ(msiw.intGetProductVersion(kMrv450.code, version), 0u);
     EXPECT_EQ(version.rfind("4.50.0", 0), 0u) << version;
-    EXPECT_TRUE(log.has("msiWrapper::intGetProductVersion: exit  rv: 0x0, ver=" + version)) << log.dump();
+    EXPECT_TRUE(hasLine(log, "msiWrapper::intGetProductVersion: exit  rv: 0x0, ver=" + version));
     std::string other = "unchanged";
     EXPECT_NE(msiw.intGetProductVersion(kNotInstalled, other), 0u);
     EXPECT_NE(msiw.intGetProductVersion(nullptr, other), 0u);
@@ -135,11 +133,10 @@ TEST_F(Discovery, InstalledProductIsFoundThroughUserDataFirst) {
     EXPECT_EQ(cached.find("C:\\windows\\Installer\\"), 0u) << cached;
     EXPECT_EQ(selectColumn(cached, "SELECT `Value` FROM `Property` WHERE `Property`='ProductCode'"),
               Rows{kMrv39.code});
-    EXPECT_TRUE(log.hasInOrder({"Trace in msiWrapper::getProductPackagePathUserData, "
-                                "msiWrapper::getProductPackagePathUserData -> found : " + cached,
-                                "Trace in msiWrapper::getLocalPackage, msiWrapper::getLocalPackage local: " + cached}))
-        << log.dump();
-    EXPECT_EQ(log.dump().find("LocalPackages IN"), std::string::npos) << log.dump();
+    EXPECT_TRUE(inOrder(log, {"Trace in msiWrapper::getProductPackagePathUserData, "
+                              "msiWrapper::getProductPackagePathUserData -> found : " + cached,
+                              "Trace in msiWrapper::getLocalPackage, msiWrapper::getLocalPackage local: " + cached}));
+    EXPECT_TRUE(mentions(log, "LocalPackages IN", true));
 
     std::string path;
     EXPECT_EQ(msiw.getProductPackagePathUserData(kMrv450.code, path), 0u);
@@ -157,23 +154,22 @@ TEST_F(Discovery, LocalPackagesComeBeforeTheFolderSearch) {
     EXPECT_EQ(msiw.getLocalPackage(kNoFiles.code), StringList{listed});
     const std::string lp = "Trace in msiWrapper::getProductPackagePathLocalPackages, ";
     const std::string local = "Trace in msiWrapper::getLocalPackage, msiWrapper::getLocalPackage local: ";
-    EXPECT_TRUE(log.hasInOrder({lp + "prod_code: " + kNoFiles.code, lp + "val name: S-1-5-18", lp + "found: " + listed,
-                                lp + "msiWrapper::getProductPackagePathLocalPackages OUT rv:0x0, packagePath: " + listed,
-                                local + listed}))
-        << log.dump();
+    EXPECT_TRUE(inOrder(log, {lp + "prod_code: " + kNoFiles.code, lp + "val name: S-1-5-18", lp + "found: " + listed,
+                              lp + "msiWrapper::getProductPackagePathLocalPackages OUT rv:0x0, packagePath: " + listed,
+                              local + listed}));
 
     // An entry of another product is passed over.
     std::string path = "unchanged";
     LogCapture other;
     EXPECT_EQ(msiw.getProductPackagePathLocalPackages(kMrv450.code, path), 2u);
     EXPECT_EQ(path, "unchanged");
-    EXPECT_TRUE(other.has(lp + "not found.")) << other.dump();
+    EXPECT_TRUE(hasLine(other, lp + "not found."));
 
     // Without the registry entry only the package cache is left.
     deleteTree(HKEY_LOCAL_MACHINE, kLocalPackages);
     LogCapture folder;
     EXPECT_EQ(msiw.getLocalPackage(kNoFiles.code), StringList{inCache});
-    EXPECT_TRUE(folder.has(local + inCache)) << folder.dump();
+    EXPECT_TRUE(hasLine(folder, local + inCache));
 }
 
 TEST_F(Discovery, CodesThatAreNoProductCodesFindNothing) {
@@ -181,8 +177,7 @@ TEST_F(Discovery, CodesThatAreNoProductCodesFindNothing) {
     for (const char* bad : {"X", "", "{A3C1D5E7-2B4F-4C6D-8E9F-0A1B2C3D4E3", "{A3C1D5E7' OR ''='}"}) {
         LogCapture log;
         EXPECT_EQ(msiw.getLocalPackage(bad), StringList{}) << bad;
-        EXPECT_TRUE(log.has(std::string("Err in msiWrapper::getLocalPackage, not a product code: ") + bad))
-            << log.dump();
+        EXPECT_TRUE(hasLine(log, std::string("Err in msiWrapper::getLocalPackage, not a product code: ") + bad));
     }
     EXPECT_EQ(msiw.getLocalPackage(nullptr), StringList{});
     std::string path;

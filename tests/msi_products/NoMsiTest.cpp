@@ -6,7 +6,7 @@
 #include "frame/Exception.h"
 #include "frame/Exports.h"
 #include "msi/msiWrapper.h"
-#include "support/TestLog.h"
+#include "LogMatch.h"
 
 using namespace zk;
 using namespace zktest;
@@ -17,9 +17,8 @@ const char* const kCode = "{A3C1D5E7-2B4F-4C6D-8E9F-0A1B2C3D4E39}";
 
 // The Err line the operation wrote, after the failed load of msi.dll.
 void expectFailure(const LogCapture& log, const std::string& op, const std::string& name) {
-    EXPECT_TRUE(log.hasInOrder({"Err in msiWrapper::initialize(), Failed to load <msi.dll> , err(0x126).",
-                                "Err in " + op + ", " + name + ", failed to initialize."}))
-        << log.dump();
+    EXPECT_TRUE(inOrder(log, {"Err in msiWrapper::initialize(), Failed to load <msi.dll> , err(0x126).",
+                              "Err in " + op + ", " + name + ", failed to initialize."}));
 }
 
 TEST(NoMsi, EveryProductOperationFailsToInitialize) {
@@ -34,7 +33,8 @@ TEST(NoMsi, EveryProductOperationFailsToInitialize) {
         {"GetProductCodeByUpgrade", [](W& w, S&) { return w.GetProductCodeByUpgrade("", "x"); }},
         {"intGetProductVersion", [](W& w, S& t) { return w.intGetProductVersion(kCode, t); }},
         {"getProductPackagePathUserData", [](W& w, S& t) { return w.getProductPackagePathUserData(kCode, t); }},
-        {"getProductPackagePathLocalPackages", [](W& w, S& t) { return w.getProductPackagePathLocalPackages(kCode, t); }},
+        {"getProductPackagePathLocalPackages",
+         [](W& w, S& t) { return w.getProductPackagePathLocalPackages(kCode, t); }},
         {"executeDb", [](W& w, S&) { return w.executeDb(1, "SELECT 1"); }},
         {"oldMRVModifyPackage", [](W& w, S&) { return w.oldMRVModifyPackage("C:\\x.msi"); }},
         {"MRV_3_50_CustomAction", [](W& w, S&) { return w.MRV_3_50_CustomAction("C:\\x.msi"); }},
@@ -69,10 +69,9 @@ TEST(NoMsi, ChecksStillAnswer) {
     LogCapture log;
     EXPECT_EQ(CoreCheckUncompatibleApp(0, "", "ZK Test MRV", "4.50", &found), 0u);
     EXPECT_EQ(found, 0u);
-    EXPECT_TRUE(log.hasInOrder({"Err in CoreCheckUncompatibleApp, "
-                                "msiw.GetProductCodeByUpgrade(app_upgrade_code,app_hint,product) rv=0x80090020",
-                                "Trace in CoreCheckUncompatibleApp, appUncompatibleFound=0 on app ZK Test MRV"}))
-        << log.dump();
+    EXPECT_TRUE(inOrder(log, {"Err in CoreCheckUncompatibleApp, "
+                              "msiw.GetProductCodeByUpgrade(app_upgrade_code,app_hint,product) rv=0x80090020",
+                              "Trace in CoreCheckUncompatibleApp, appUncompatibleFound=0 on app ZK Test MRV"}));
 
     // With a handle but no installer service the window box is the way out.
     MessageBoxWatch watch(IDCANCEL);
@@ -80,9 +79,8 @@ TEST(NoMsi, ChecksStillAnswer) {
     EXPECT_EQ(CoreMSITest(42, "no installer"), 0u);
     EXPECT_EQ(watch.count(), 1);
     EXPECT_EQ(watch.caption(), "MRV4 CoreMSITest");
-    EXPECT_TRUE(box.hasInOrder({"Trace in CoreMSITest, internalMsiMessageBox failed, try use Windows MsgBox",
-                                "Trace in CoreMSITest, MessageBox displayed, Msg=no installer"}))
-        << box.dump();
+    EXPECT_TRUE(inOrder(box, {"Trace in CoreMSITest, internalMsiMessageBox failed, try use Windows MsgBox",
+                              "Trace in CoreMSITest, MessageBox displayed, Msg=no installer"}));
 }
 
 }  // namespace

@@ -4,7 +4,7 @@
 
 #include "Releases.h"
 #include "msi/msiWrapper.h"
-#include "support/TestLog.h"
+#include "LogMatch.h"
 #include "support/TestProcess.h"
 #include "support/TestSession.h"
 
@@ -56,9 +56,8 @@ TEST_F(Removal, InstalledReleaseIsRemovedAndThenNeedsNoRemoval) {
     EXPECT_EQ(again.lines(), Rows{}) << again.dump();
     EXPECT_EQ(msiw.msiUnInstallProduct("X"), static_cast<UINT>(ERROR_INVALID_PARAMETER));
     EXPECT_EQ(msiw.msiUnInstallProduct(nullptr), static_cast<UINT>(ERROR_INVALID_PARAMETER));
-    EXPECT_TRUE(again.hasInOrder({"Err in msiWrapper::msiUnInstallProduct, not a product code: X",
-                                  "Err in msiWrapper::msiUnInstallProduct, not a product code: (null)"}))
-        << again.dump();
+    EXPECT_TRUE(inOrder(again, {"Err in msiWrapper::msiUnInstallProduct, not a product code: X",
+                                "Err in msiWrapper::msiUnInstallProduct, not a product code: (null)"}));
 }
 
 // An installer that is busy once, then removes.
@@ -110,11 +109,10 @@ TEST_F(Removal, StrategyFollowsThePlatform) {
     }
     const std::string w2k = "Trace in msiWrapper::unInstallProductsW2K, ";
     const std::string edited = "Trace in msiWrapper::oldMRVModifyPackage, msiWrapper::oldMRVModifyPackage OUT 0x0";
-    EXPECT_TRUE(log.hasInOrder({w2k + "msiWrapper::unInstallProductsW2K() IN", w2k + "prod: " + kMrv39.code, edited,
-                                kRemove + "Uninstalling xxx: " + kMrv39.code, w2k + "prod: " + kMrv450.code, edited,
-                                kRemove + "Uninstalling xxx: " + kMrv450.code,
-                                w2k + "msiWrapper::unInstallProductsW2K() OUT 0x0"}))
-        << log.dump();
+    EXPECT_TRUE(inOrder(log, {w2k + "msiWrapper::unInstallProductsW2K() IN", w2k + "prod: " + kMrv39.code, edited,
+                              kRemove + "Uninstalling xxx: " + kMrv39.code, w2k + "prod: " + kMrv450.code, edited,
+                              kRemove + "Uninstalling xxx: " + kMrv450.code,
+                              w2k + "msiWrapper::unInstallProductsW2K() OUT 0x0"}));
 }
 
 TEST_F(Removal, OlderPlatformsRemoveWithoutEditing) {
@@ -125,19 +123,17 @@ TEST_F(Removal, OlderPlatformsRemoveWithoutEditing) {
     EXPECT_EQ(msiw.unInstallProducts({kNotInstalled, kMrv39.code}), 0u);
     EXPECT_EQ(productState(kMrv39.code), -1);
     EXPECT_FALSE(left(kMrv39, "bvsup.sys"));  // the package was not edited
-    EXPECT_TRUE(nt4.hasInOrder({"Trace in msiWrapper::unInstallProductsNT4, unInstallProductsNT4 IN",
-                                kRemove + "Uninstalling xxx: " + kMrv39.code,
-                                "Trace in msiWrapper::unInstallProductsNT4, unInstallProductsNT4 OUT"}))
-        << nt4.dump();
+    EXPECT_TRUE(inOrder(nt4, {"Trace in msiWrapper::unInstallProductsNT4, unInstallProductsNT4 IN",
+                              kRemove + "Uninstalling xxx: " + kMrv39.code,
+                              "Trace in msiWrapper::unInstallProductsNT4, unInstallProductsNT4 OUT"}));
 
     // The walk stops at the first failure: the release after it stays.
     msiw.m_platform = PL_WIN98;
     LogCapture w9x;
     EXPECT_EQ(msiw.unInstallProducts({"X", kMrv450.code}), static_cast<UINT>(ERROR_INVALID_PARAMETER));
     EXPECT_EQ(productState(kMrv450.code), 5);
-    EXPECT_TRUE(w9x.hasInOrder({"Trace in msiWrapper::unInstallProducts9X, unInstallProducts9X IN",
-                                "Trace in msiWrapper::unInstallProducts, unInstallProducts OUT 0x57"}))
-        << w9x.dump();
+    EXPECT_TRUE(inOrder(w9x, {"Trace in msiWrapper::unInstallProducts9X, unInstallProducts9X IN",
+                              "Trace in msiWrapper::unInstallProducts, unInstallProducts OUT 0x57"}));
 
     msiw.m_platform = PL_WIN2K;
     EXPECT_EQ(msiw.unInstallProducts({"", kMrv450.code}), static_cast<UINT>(ERROR_INVALID_PARAMETER));
@@ -157,10 +153,9 @@ TEST_F(Removal, NewerVersionConditionLeavesTheFixedRelease) {
     EXPECT_EQ(GetFileAttributesA(cached[0].c_str()) & FILE_ATTRIBUTE_READONLY, 0u);
     EXPECT_EQ(productState(kMrv350.code), 5);
     const std::string op = "Trace in msiWrapper::msiRemoveNewerVerCondition, ";
-    EXPECT_TRUE(log.hasInOrder({op + "msiWrapper::msiRemoveNewerVerCondition IN product: " + kNotInstalled,
-                                op + "MRV_3_50_RemoveCondition: " + cached[0] + " return 0x0",
-                                op + "msiWrapper::msiRemoveNewerVerCondition OUT rv: 0x0"}))
-        << log.dump();
+    EXPECT_TRUE(inOrder(log, {op + "msiWrapper::msiRemoveNewerVerCondition IN product: " + kNotInstalled,
+                              op + "MRV_3_50_RemoveCondition: " + cached[0] + " return 0x0",
+                              op + "msiWrapper::msiRemoveNewerVerCondition OUT rv: 0x0"}));
     // The edited release still removes cleanly.
     EXPECT_EQ(msiw.msiUnInstallProduct(kMrv350.code), 0u);
     EXPECT_EQ(productState(kMrv350.code), -1);
