@@ -97,26 +97,25 @@ TEST_F(Environment, EveryCauseIsLoggedInOrderAndTheServiceKeepsRunning) {
         << failing.dump();
 }
 
-TEST_F(Environment, ServiceThatCannotBeStoppedAsksForReboot) {
-    rm.readers({"BVS VR 0"});
-    installer.m_hSCManager.reset();  // the stop request cannot reach the service manager
-    LogCapture log;
-    const Outcome o = check();
-    EXPECT_EQ(o.reboot, static_cast<UINT>(ERROR_INVALID_HANDLE));
-    EXPECT_EQ(service.state(), static_cast<DWORD>(SERVICE_RUNNING));
-    EXPECT_TRUE(log.has("Err in ::stopService, OpenService() fails, rv=0x6")) << log.dump();
-}
-
-TEST_F(Environment, TokenDeviceClassForcesReboot) {
+TEST_F(Environment, TokenClassOrAFailedStopAsksForReboot) {
     rm.readers({"BVS VR 0"});
     zktest::writeString(HKEY_LOCAL_MACHINE, kTokenClass, "Class", "Zenkey");
     LogCapture log;
-    const Outcome o = check();
+    Outcome o = check();
     EXPECT_EQ(o.reboot, 1u);
     EXPECT_EQ(o.classExists, 1u);
     EXPECT_TRUE(log.hasInOrder({"::stopService: exit , reboot: 0", std::string("Warn in ") + kOp +
                                                                         ", Zenkey Class Exists."}))
         << log.dump();
+
+    zktest::deleteTree(HKEY_LOCAL_MACHINE, kTokenClass);
+    service.start();
+    installer.m_hSCManager.reset();  // the stop request cannot reach the service manager
+    LogCapture failed;
+    o = check();
+    EXPECT_EQ(o.reboot, static_cast<UINT>(ERROR_INVALID_HANDLE));
+    EXPECT_EQ(service.state(), static_cast<DWORD>(SERVICE_RUNNING));
+    EXPECT_TRUE(failed.has("Err in ::stopService, OpenService() fails, rv=0x6")) << failed.dump();
 }
 
 const char* const kReaderKeys[] = {"BVS VR 0", "Reader BVS 1", "BVS ifdh 0", "BVSReader", "Acme Reader 0"};
