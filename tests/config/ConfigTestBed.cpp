@@ -1,8 +1,9 @@
 #include "ConfigTestBed.h"
 
 #include <deque>
-#include <msi.h>
+#include <filesystem>
 #include <fstream>
+#include <msi.h>
 
 #include "support/TestProcess.h"
 #include "support/TestRegistry.h"
@@ -31,8 +32,7 @@ std::string withoutSlash(std::string s) {
 
 std::function<void(int)> Questions::onQuestion;
 
-void Questions::script(TestSession& session, std::vector<int> answers) {
-    (void)session;  // the session must exist: it set up the external UI
+void Questions::script(TestSession&, std::vector<int> answers) {  // the session set up the external UI
     g_answers.assign(answers.begin(), answers.end());
     g_asked.clear();
     // The filter takes log-mode bits (1 << message type), not message types.
@@ -49,42 +49,14 @@ std::string appDataFolder() { return withoutSlash(env("APPDATA")); }
 std::string modutilPath() { return sharedFolder() + "modutil\\modutil.exe"; }
 std::string partitionApp() { return sharedFolder() + "DuoStore Partition\\DuoStorePartition.exe"; }
 
-void makeDirs(const std::string& path) {
-    for (size_t at = path.find('\\', 3); at != std::string::npos; at = path.find('\\', at + 1)) {
-        CreateDirectoryA(path.substr(0, at).c_str(), nullptr);
-    }
-    CreateDirectoryA(path.c_str(), nullptr);
-}
-
+void makeDirs(const std::string& path) { std::filesystem::create_directories(path); }
 void removeTree(const std::string& path) {
-    WIN32_FIND_DATAA data;
-    HANDLE h = FindFirstFileA((path + "\\*").c_str(), &data);
-    if (h != INVALID_HANDLE_VALUE) {
-        do {
-            const std::string name = data.cFileName;
-            if (name == "." || name == "..") continue;
-            const std::string child = path + "\\" + name;
-            if (data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) {
-                removeTree(child);
-            } else {
-                DeleteFileA(child.c_str());
-            }
-        } while (FindNextFileA(h, &data));
-        FindClose(h);
-    }
-    RemoveDirectoryA(path.c_str());
+    std::error_code ignored;
+    std::filesystem::remove_all(path, ignored);
 }
-
 void touchFile(const std::string& path) {
     makeDirs(path.substr(0, path.find_last_of('\\')));
     std::ofstream(path) << "x";
-}
-
-std::vector<std::string> readLines(const std::string& path) {
-    std::vector<std::string> lines;
-    std::ifstream in(path);
-    for (std::string line; std::getline(in, line);) lines.push_back(line);
-    return lines;
 }
 
 void ConfigTest::SetUp() {
@@ -92,20 +64,14 @@ void ConfigTest::SetUp() {
     ASSERT_FALSE(env("APPDATA").empty());
     record_ = env("TEMP") + "\\zk-modutil.record";
     SetEnvironmentVariableA("ZK_MODUTIL_RECORD", record_.c_str());
-    Questions::onQuestion = nullptr;
-    clean();
-}
-
-void ConfigTest::TearDown() {
-    Questions::onQuestion = nullptr;
     clean();
 }
 
 void ConfigTest::clean() {
+    Questions::onQuestion = nullptr;
     deleteTree(HKEY_LOCAL_MACHINE, "Software\\Brevant");
     removeTree(withoutSlash(env("CommonProgramFiles")) + "\\brevant shared");
-    removeTree(appDataFolder() + "\\Mozilla");
-    removeTree(appDataFolder() + "\\Netscape");
+    for (const char* dir : {"\\Mozilla", "\\Netscape"}) removeTree(appDataFolder() + dir);
     DeleteFileA(record_.c_str());
 }
 
@@ -114,12 +80,17 @@ void ConfigTest::installModutil() {
     ASSERT_TRUE(CopyFileA(env("ZK_MODUTIL").c_str(), modutilPath().c_str(), FALSE)) << env("ZK_MODUTIL");
 }
 
-void ConfigTest::installPartitionApp() { touchFile(partitionApp()); }
-
 std::string ConfigTest::profile(const std::string& relative) {
     const std::string folder = appDataFolder() + "\\" + relative;
     touchFile(folder + "\\secmod.db");
     return folder;
+}
+
+std::vector<std::string> ConfigTest::commands() const {
+    std::vector<std::string> lines;
+    std::ifstream in(record_);
+    for (std::string line; std::getline(in, line);) lines.push_back(line);
+    return lines;
 }
 
 std::optional<DWORD> ConfigTest::number(const std::string& group, const std::string& name) {

@@ -26,7 +26,6 @@ std::string partitionApp();     // where the library looks for the partition app
 void makeDirs(const std::string& path);
 void removeTree(const std::string& path);
 void touchFile(const std::string& path);
-std::vector<std::string> readLines(const std::string& path);
 
 // Answers each question with the next scripted answer (IDOK when the script
 // is exhausted) and records the questions; `onQuestion` runs before answering.
@@ -37,25 +36,22 @@ struct Questions {
 };
 
 // Resets Software\Brevant, and removes the shared folder, the stand-in's
-// record and the browser vendor folders it made, before and after each test.
+// record and the browser vendor folders, before and after each test.
 class ConfigTest : public ::testing::Test {
 protected:
     void SetUp() override;
-    void TearDown() override;
+    void TearDown() override { clean(); }
+    void clean();
 
     void installModutil();
-    void installPartitionApp();
     // Creates `relative` (below the application data folder) with a secmod.db; returns its folder.
     std::string profile(const std::string& relative);
-    std::vector<std::string> commands() const { return readLines(record_); }
+    std::vector<std::string> commands() const;  // the stand-in's record, one command line each
 
-    static std::optional<DWORD> number(const std::string& group, const std::string& name) ;
+    static std::optional<DWORD> number(const std::string& group, const std::string& name);
     static std::optional<std::string> text(const std::string& group, const std::string& name);
 
     std::string record_;
-
-private:
-    void clean();
 };
 
 }  // namespace zktest
