@@ -1,5 +1,8 @@
-// The defaults and ranges of the numeric client settings (pure decisions).
+// The defaults and ranges of the numeric client settings, and the browser
+// named in the question (pure decisions).
 #include <gtest/gtest.h>
+
+#include <tuple>
 
 #include "config/BrowserModules.h"
 #include "config/RangeTable.h"
@@ -8,47 +11,30 @@ using namespace zk;
 
 namespace {
 
-struct Case {
-    const char* prop;
-    DWORD read;
-    DWORD value;
-    bool update;
-    bool rangeFail;
-};
-
 TEST(RangeTable, UnusualBoundsAndDefaults) {
-    const Case cases[] = {
-        {"PROP_CERREMOVESTO", 37000, 37000, true, false},
-        {"PROP_CERREMOVESTO", 37001, 7, false, true},
-        {"PROP_SINGLELOGONTO", 10000, 10000, true, false},
-        {"PROP_SINGLELOGONTO", 10001, 0, false, true},
-        {"PROP_PQ_MINLEN", 3, 6, false, true},
-        {"PROP_PQ_MINLEN", 4, 4, true, false},
+    // read -> value, update an existing value, range failure
+    const struct { const char* prop; DWORD read, value; bool update, rangeFail; } cases[] = {
+        {"PROP_CERREMOVESTO", 37000, 37000, true, false}, {"PROP_CERREMOVESTO", 37001, 7, false, true},
+        {"PROP_SINGLELOGONTO", 10000, 10000, true, false}, {"PROP_SINGLELOGONTO", 10001, 0, false, true},
+        {"PROP_PQ_MINLEN", 4, 4, true, false}, {"PROP_PQ_MINLEN", 3, 6, false, true},
         {"PROP_PQ_MINLEN", 100000, 100000, true, false},  // no upper bound
         {"PROP_PQ_MAXAGE", 0xFFFFFFFE, 0xFFFFFFFE, true, false},
         {"PROP_MINKEYSIZE", 1, 1, true, false},  // never range-checked
-        {"PROP_MINKEYSIZE", 0, 0, true, false},
-        {"PROP_PCSCSLOTS", 0, 0, true, false},
-        {"PROP_PCSCSLOTS", 1000, 1000, true, false},
+        {"PROP_PCSCSLOTS", 0, 0, true, false}, {"PROP_PCSCSLOTS", 1000, 1000, true, false},
         {"PROP_PCSCSLOTS", 2000, 16, false, true},
         {"PROP_PQ_HISTORYSIZE", 101, 10, false, true},
         {"PROP_REMOVETOKSTORE", 2, 0, false, true},
         {"PROP_SRV_LOGOUT", 5, 1, false, true},
         // Missing or empty: the row's default, never replacing a value.
-        {"PROP_PCSCSLOTS", kNotSet, 16, false, false},
-        {"PROP_MINKEYSIZE", kNotSet, 1024, false, false},
-        {"PROP_PQ_MINLEN", kNotSet, 6, false, false},
-        // Outside the table: kept as read; nothing when missing.
-        {"PROP_UNKNOWN", 123456, 123456, true, false},
-        {"PROP_UNKNOWN", kNotSet, kNotSet, false, false},
-        // Names are case-sensitive.
+        {"PROP_PCSCSLOTS", kNotSet, 16, false, false}, {"PROP_MINKEYSIZE", kNotSet, 1024, false, false},
+        // Outside the table (names are case-sensitive): kept as read; nothing when missing.
+        {"PROP_UNKNOWN", 123456, 123456, true, false}, {"PROP_UNKNOWN", kNotSet, kNotSet, false, false},
         {"prop_pcscslots", 2000, 2000, true, false},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         const RangeDecision d = applyRange(c.prop, c.read);
-        EXPECT_EQ(d.value, c.value) << c.prop << " " << c.read;
-        EXPECT_EQ(d.bUpdateExisting, c.update) << c.prop << " " << c.read;
-        EXPECT_EQ(d.rangeFail, c.rangeFail) << c.prop << " " << c.read;
+        EXPECT_EQ(std::make_tuple(d.value, d.bUpdateExisting, d.rangeFail),
+                  std::make_tuple(c.value, c.update, c.rangeFail)) << c.prop << " " << c.read;
     }
 }
 
