@@ -22,7 +22,7 @@ std::string question(const std::string& browser) {
 class Browsers : public ConfigTest {
 protected:
     // The layouts: Firefox profiles (one with blanks), the Mozilla suite's
-    // nested salted folder, a Netscape profile, and folders without databases.
+    // nested salted folder, a Netscape profile, and a folder without databases.
     void makeProfiles() {
         firefox_ = profile("Mozilla\\Firefox\\Profiles\\abc.default");
         blanks_ = profile("Mozilla\\Firefox\\Profiles\\my old profile");
@@ -30,21 +30,23 @@ protected:
         netscape_ = profile("Netscape\\Navigator\\Profiles\\nets.default");
         makeDirs(appDataFolder() + "\\Mozilla\\Extensions\\empty");
     }
-    std::string line(const std::string& dir, const char* action) const {
-        return "\"" + modutilPath() + "\"" + action + " -dbdir \"" + dir + "\"";
+    std::vector<std::string> lines(const std::vector<std::string>& dirs, const char* action) const {
+        std::vector<std::string> result;
+        for (const std::string& dir : dirs) result.push_back("\"" + modutilPath() + "\"" + action + " -dbdir \"" + dir + "\"");
+        return result;
     }
     std::string firefox_, blanks_, suite_, netscape_;
 };
 
-TEST_F(Browsers, EveryDatabaseOfBothVendorsInOrder) {
+TEST_F(Browsers, EveryDatabaseOfBothVendorsAddedAndDeletedInOrder) {
     installModutil();
     makeProfiles();
     TestSession session(TestSession::Ui::Scripted);
     Questions::script(session, {});
     LogCapture log;
     EXPECT_EQ(PKIInstall(session.handle()), 0u);
-    EXPECT_EQ(commands(), (std::vector<std::string>{line(firefox_, kAdd), line(blanks_, kAdd), line(suite_, kAdd),
-                                                    line(netscape_, kAdd)}));
+    const auto added = lines({firefox_, blanks_, suite_, netscape_}, kAdd);
+    EXPECT_EQ(commands(), added);
     EXPECT_EQ(Questions::asked(), (std::vector<std::string>{question("Mozilla"), question("Mozilla"),
                                                             question("Mozilla"), question("Netscape")}));
     EXPECT_TRUE(log.hasInOrder({
@@ -55,34 +57,36 @@ TEST_F(Browsers, EveryDatabaseOfBothVendorsInOrder) {
         "Trace in pkcs11_netscape_update_new,  MessageBox In (internalMsiMessageBox)",
         "Trace in pkcs11_netscape_update_new,  MessageBox Out",
         "Trace in pkcs11_netscape_update_new, Try again (MessageBox()==IDOK)",
-        "Trace in pkcs11_netscape_update_new, cmdline:: " + line(firefox_, kAdd),
+        "Trace in pkcs11_netscape_update_new, cmdline:: " + added[0],
         "pkcs11_netscape_update_new: entry <time>  vendor=Netscape add=1",
-        "Trace in pkcs11_netscape_update_new, cmdline:: " + line(netscape_, kAdd),
+        "Trace in pkcs11_netscape_update_new, cmdline:: " + added[3],
     })) << log.dump();
     // The settings were written before the browsers were asked.
     EXPECT_EQ(number("GENERAL", "PcscSlots"), 16u);
-}
 
-TEST_F(Browsers, CancelSkipsOnlyThatDatabase) {
-    installModutil();
-    makeProfiles();
-    TestSession session(TestSession::Ui::Scripted);
-    Questions::script(session, {IDOK, IDCANCEL, IDOK, IDOK});
-    LogCapture log;
-    EXPECT_EQ(PKIRegInstall(session.handle()), 0u);
-    EXPECT_EQ(commands(), (std::vector<std::string>{line(firefox_, kAdd), line(suite_, kAdd), line(netscape_, kAdd)}));
-    EXPECT_EQ(log.count("Trace in pkcs11_netscape_update_new,  MessageBox IDCANCEL"), 1) << log.dump();
-    EXPECT_EQ(Questions::asked().size(), 4u);
-}
-
-TEST_F(Browsers, RemovalDeletesTheModule) {
-    installModutil();
-    makeProfiles();
-    TestSession session(TestSession::Ui::Scripted);
     Questions::script(session, {});
     EXPECT_EQ(PKIRemove(session.handle()), 0u);
-    EXPECT_EQ(commands(), (std::vector<std::string>{line(firefox_, kDelete), line(blanks_, kDelete),
-                                                    line(suite_, kDelete), line(netscape_, kDelete)}));
+    auto expected = added;
+    for (const std::string& line : lines({firefox_, blanks_, suite_, netscape_}, kDelete)) expected.push_back(line);
+    EXPECT_EQ(commands(), expected);
+}
+
+// The first database vanishes while its question is open; the second is cancelled.
+TEST_F(Browsers, CancelOrAVanishedFolderSkipsOnlyThatDatabase) {
+    installModutil();
+    makeProfiles();
+    TestSession session(TestSession::Ui::Scripted);
+    Questions::script(session, {IDOK, IDCANCEL});
+    Questions::onQuestion = [this](int index) {
+        if (index == 0) removeTree(firefox_);
+    };
+    LogCapture log;
+    EXPECT_EQ(PKIRegInstall(session.handle()), 0u);
+    EXPECT_EQ(commands(), lines({suite_, netscape_}, kAdd));
+    EXPECT_EQ(Questions::asked().size(), 4u);
+    EXPECT_EQ(log.count("Trace in pkcs11_netscape_update_new,  MessageBox IDCANCEL"), 1) << log.dump();
+    EXPECT_TRUE(log.has("Warn in pkcs11_netscape_update_new, data base file gone, skipped: " + firefox_ +
+                        "\\secmod.db"));
 }
 
 TEST_F(Browsers, NoQuestionWithoutToolFolderOrDatabase) {
@@ -118,29 +122,10 @@ TEST_F(Browsers, ToolThatCannotStartIsLoggedPerDatabase) {
     LogCapture log;
     EXPECT_EQ(PKIInstall(session.handle()), 0u);
     EXPECT_EQ(Questions::asked().size(), 4u);
-    EXPECT_TRUE(log.hasInOrder({"Err in pkcs11_netscape_update_new, cmdline:: " + line(firefox_, kAdd) +
-                                    " FAILED last err 0xc1",
-                                "Err in pkcs11_netscape_update_new, cmdline:: " + line(netscape_, kAdd) +
-                                    " FAILED last err 0xc1"}))
+    const auto failed = lines({firefox_, netscape_}, kAdd);
+    EXPECT_TRUE(log.hasInOrder({"Err in pkcs11_netscape_update_new, cmdline:: " + failed[0] + " FAILED last err 0xc1",
+                                "Err in pkcs11_netscape_update_new, cmdline:: " + failed[1] + " FAILED last err 0xc1"}))
         << log.dump();
-}
-
-TEST_F(Browsers, DatabaseFolderVanishingBeforeTheRun) {
-    installModutil();
-    makeProfiles();
-    TestSession session(TestSession::Ui::Scripted);
-    Questions::script(session, {});
-    // While the user is asked about the first database, its profile goes away.
-    Questions::onQuestion = [this](int index) {
-        if (index == 0) removeTree(firefox_);
-    };
-    LogCapture log;
-    EXPECT_EQ(PKIInstall(session.handle()), 0u);
-    EXPECT_EQ(commands(), (std::vector<std::string>{line(blanks_, kAdd), line(suite_, kAdd), line(netscape_, kAdd)}));
-    EXPECT_TRUE(log.has("Warn in pkcs11_netscape_update_new, data base file gone, skipped: " + firefox_ +
-                        "\\secmod.db"))
-        << log.dump();
-    EXPECT_EQ(number("GENERAL", "PcscSlots"), 16u);
 }
 
 }  // namespace

@@ -51,67 +51,60 @@ const char* const kAppDescription =
 
 bool isText(const Row& r) { return std::string(r.prop) == "PROP_CERTEMP"; }
 
-std::string entryOf(const Row& r, MSIHANDLE h) {
-    std::string group = r.group;
-    group = group.substr(0, group.find('\\'));
-    if (isText(r)) {
-        return std::string("setPropRegistryStrVal - new: entry <time>  hInstall=") + std::to_string(h) +
-               " propName=" + r.prop + " groupName=" + group + " valueName=" + r.name + " valueDefault=";
-    }
-    return std::string("setPropRegistryVal - new: entry <time>  hInstall=") + std::to_string(h) + " propName=" +
-           r.prop + " groupName=" + group + " valueName=" + r.name;
+// The entry line of one write; text writes also show their default.
+std::string entry(MSIHANDLE h, bool text, const std::string& prop, const std::string& group, const std::string& name,
+                  const std::string& fallback = "") {
+    return std::string(text ? "setPropRegistryStrVal" : "setPropRegistryVal") + " - new: entry <time>  hInstall=" +
+           std::to_string(h) + " propName=" + prop + " groupName=" + group.substr(0, group.find('\\')) +
+           " valueName=" + name + (text ? " valueDefault=" + fallback : "");
 }
 
 std::vector<std::string> subKeys(const std::string& path) {
     std::vector<std::string> names;
-    HKEY key = nullptr;
-    if (RegOpenKeyExA(HKEY_LOCAL_MACHINE, path.c_str(), 0, KEY_READ | KEY_WOW64_64KEY, &key) != ERROR_SUCCESS)
+    zk::RegKey key;
+    if (RegOpenKeyExA(HKEY_LOCAL_MACHINE, path.c_str(), 0, KEY_READ | KEY_WOW64_64KEY, key.put()) != ERROR_SUCCESS)
         return names;
     char name[256];
-    for (DWORD i = 0;; ++i) {
-        DWORD len = sizeof name;
-        if (RegEnumKeyExA(key, i, name, &len, nullptr, nullptr, nullptr, nullptr) != ERROR_SUCCESS) break;
+    for (DWORD i = 0, len = sizeof name;
+         RegEnumKeyExA(key.get(), i, name, &len, nullptr, nullptr, nullptr, nullptr) == ERROR_SUCCESS;
+         ++i, len = sizeof name) {
         names.emplace_back(name, len);
     }
-    RegCloseKey(key);
     return names;
 }
 
 using Settings = ConfigTest;
 
 TEST_F(Settings, AllWritesInOrderWithDefaultsAndTypes) {
-    installPartitionApp();
+    touchFile(partitionApp());
     TestSession session;
     LogCapture log;
     EXPECT_EQ(PKIInstall(session.handle()), 0u);
 
     std::vector<std::string> order;
-    for (const Row& r : kRows) order.push_back(entryOf(r, session.handle()));
+    for (const Row& r : kRows) order.push_back(entry(session.handle(), isText(r), r.prop, r.group, r.name));
     const std::pair<const char*, std::string> app[] = {
         {"zkAppTitle", kAppTitle}, {"zkAppDescription", kAppDescription}, {"zkAppExecutable", partitionApp()}};
     for (const auto& [name, value] : app) {
-        order.push_back("setPropRegistryStrVal - new: entry <time>  hInstall=" + std::to_string(session.handle()) +
-                        " propName= groupName=zkPropsApps valueName=" + name + " valueDefault=" + value);
+        order.push_back(entry(session.handle(), true, "", "zkPropsApps", name, value));
+        EXPECT_EQ(text("zkPropsApps\\app1", name), value);
     }
     order.push_back("updateBrowserModules: entry <time>  add=1");
     EXPECT_TRUE(log.hasInOrder(order)) << log.dump();
 
-    for (const Row& r : kRows) {
-        if (isText(r)) continue;
-        EXPECT_EQ(number(r.group, r.name), r.fallback) << r.group << "\\" << r.name;  // REG_DWORD only
+    for (const Row& r : kRows) {  // REG_DWORD only
+        EXPECT_EQ(number(r.group, r.name), isText(r) ? std::nullopt : std::optional<DWORD>(r.fallback)) << r.name;
     }
     EXPECT_FALSE(text("CertStore", "RemoveFromTokenOnRemoveFromStoreTemplates").has_value());
-    EXPECT_TRUE(log.has("Trace in setPropRegistryStrVal - new, ignore empty value for property PROP_CERTEMP"));
-    EXPECT_TRUE(log.has("Trace in setPropRegistryVal - new, set value for process, key:IEXPLORE.EXE"));
     EXPECT_FALSE(number("CAPI", "DefEnrollType").has_value());
-    EXPECT_EQ(text("zkPropsApps\\app1", "zkAppTitle"), kAppTitle);
-    EXPECT_EQ(text("zkPropsApps\\app1", "zkAppDescription"), kAppDescription);
-    EXPECT_EQ(text("zkPropsApps\\app1", "zkAppExecutable"), partitionApp());
-    EXPECT_TRUE(log.has("Trace in clientSharedFolder, shared folder: " + sharedFolder())) << log.dump();
-    // A fresh write shows no old value and the new one.
-    EXPECT_TRUE(log.has("Trace in setPropRegistryVal - new, key =Software\\Brevant\\Zenkey\\MIDDLEWARE\\GENERAL "
-                        "oldvalue=(none) newvalue(RegSetValue)=16 bUpdateExisting=0 rv=0"))
-        << log.dump();
+    EXPECT_TRUE(log.hasInOrder({
+        // A fresh write shows no old value and the new one.
+        "Trace in setPropRegistryVal - new, key =Software\\Brevant\\Zenkey\\MIDDLEWARE\\GENERAL "
+        "oldvalue=(none) newvalue(RegSetValue)=16 bUpdateExisting=0 rv=0",
+        "Trace in setPropRegistryStrVal - new, ignore empty value for property PROP_CERTEMP",
+        "Trace in setPropRegistryVal - new, set value for process, key:IEXPLORE.EXE",
+        "Trace in clientSharedFolder, shared folder: " + sharedFolder(),
+    })) << log.dump();
 
     // Nothing outside Software\Brevant\Zenkey\MIDDLEWARE.
     EXPECT_EQ(subKeys("Software\\Brevant"), std::vector<std::string>{"Zenkey"});
@@ -123,24 +116,16 @@ TEST_F(Settings, AllWritesInOrderWithDefaultsAndTypes) {
 TEST_F(Settings, ValidPropertyOverwritesDefaultNever) {
     writeDword(HKEY_LOCAL_MACHINE, kMiddlewareKey + "\\GENERAL", "PcscSlots", 5);
     writeDword(HKEY_LOCAL_MACHINE, kMiddlewareKey + "\\GENERAL", "SoftwareSlots", 7);
-    writeDword(HKEY_LOCAL_MACHINE, kMiddlewareKey + "\\PQ", "pqMinLen", 9);
     writeString(HKEY_LOCAL_MACHINE, kMiddlewareKey + "\\CertStore", "RemoveFromTokenOnRemoveFromStoreTemplates", "old");
     TestSession session;
     session.set("PROP_PCSCSLOTS", "2000");     // out of range: default, keeps 5
     session.set("PROP_SOFTWARESLOTS", "0");    // valid: overwrites 7
-    session.set("PROP_PQ_MINLEN", "100000");   // no upper bound
-    session.set("PROP_MINKEYSIZE", "1");       // never checked
     session.set("PROP_CERREMOVESTO", "37001"); // out of range, nothing there: the default is written
     session.set("PROP_CERTEMP", "User;Smartcard Logon");
     LogCapture log;
     EXPECT_EQ(PKIInstall(session.handle()), 0u);
-
     EXPECT_EQ(number("GENERAL", "PcscSlots"), 5u);
-    EXPECT_EQ(number("GENERAL", "SoftwareSlots"), 0u);
-    EXPECT_EQ(number("PQ", "pqMinLen"), 100000u);
-    EXPECT_EQ(number("CAPI", "MinKeySize"), 1u);
     EXPECT_EQ(number("CertStore", "CertsToRemoveStorePeriod"), 7u);
-    EXPECT_EQ(text("CertStore", "RemoveFromTokenOnRemoveFromStoreTemplates"), "User;Smartcard Logon");
     EXPECT_FALSE(keyExists(HKEY_LOCAL_MACHINE, kMiddlewareKey + "\\zkPropsApps"));  // no partition application
     const std::string general = "key =Software\\Brevant\\Zenkey\\MIDDLEWARE\\GENERAL";
     EXPECT_TRUE(log.hasInOrder({
@@ -156,58 +141,52 @@ TEST_F(Settings, ValidPropertyOverwritesDefaultNever) {
     TestSession plain;
     EXPECT_EQ(PKIInstall(plain.handle()), 0u);
     EXPECT_EQ(number("GENERAL", "SoftwareSlots"), 0u);
-    EXPECT_EQ(number("PQ", "pqMinLen"), 100000u);
     EXPECT_EQ(text("CertStore", "RemoveFromTokenOnRemoveFromStoreTemplates"), "User;Smartcard Logon");
 }
 
-TEST_F(Settings, RegInstallSingleLogonRuleAndSummary) {
-    TestSession session;
-    session.set("PROP_SINGLELOGONTO", "30");
-    session.set("PROP_SINGLELOGON", "0");
-    session.set("PROP_PCSCSLOTS", "12");
-    session.set("PROP_PQ_MINLEN", "8");
-    const std::string h = std::to_string(session.handle());
-    LogCapture log;
-    EXPECT_EQ(PKIRegInstall(session.handle()), 0u);
-    EXPECT_EQ(number("GENERAL", "SingleLogon"), 1u);
-    EXPECT_EQ(number("GENERAL", "SingleLogonTimeout"), 30u);
-    EXPECT_EQ(number("GENERAL", "PcscSlots"), 12u);
-    EXPECT_EQ(number("PQ", "pqMinLen"), 8u);
-    EXPECT_EQ(number("GENERAL", "SoftwareSlots"), 1u);
-    EXPECT_TRUE(log.hasInOrder({
-        "Trace in PKIRegInstall, PROP_PCSCSLOTS(atoi)=12",
-        "Trace in PKIRegInstall, PROP_SINGLELOGON(atoi)=0",
-        "Trace in PKIRegInstall, PROP_SINGLELOGONTO(atoi)=30",
-        "Trace in PKIRegInstall, prop_singlelogon=1 because prop_singlelogontimeout!=0",
-        "Trace in PKIRegInstall, hInstall=" + h +
-            " advanced_view=0xffffffff pcscslots=0xc softwareslots=0xffffffff singlelogon=0x1 singlelogontimeout=0x1e"
-            " propagateusercer=0xffffffff propagatecacer=0xffffffff pq_minlen=0x8 pq_mixchars=0xffffffff"
-            " pq_maxage=0xffffffff pq_warnperiod=0xffffffff pq_historysize=0xffffffff pq_minage=0xffffffff"
-            " explorer_defenrol=0xffffffff upd_infpath=0x0",
-        "updateBrowserModules: entry <time>  add=1",
-    })) << log.dump();
-}
-
-TEST_F(Settings, StorePropsLogsEveryStoredPropertyAndSkipsBrowsers) {
-    writeDword(HKEY_LOCAL_MACHINE, kMiddlewareKey + "\\GENERAL", "PcscSlots", 5);
-    TestSession session;
-    session.set("PROP_SOFTWARESLOTS", "3");
-    LogCapture log;
-    EXPECT_EQ(CoreStoreProps(session.handle()), 0u);
-    EXPECT_EQ(number("GENERAL", "SoftwareSlots"), 3u);
-    EXPECT_EQ(number("GENERAL", "PcscSlots"), 5u);
-    EXPECT_TRUE(log.hasInOrder({"Trace in CoreStoreProps, stored PROP_ADVANCED_VIEW in MIDDLEWARE\\InitApp\\AdvancedView",
-                                "Trace in CoreStoreProps, stored PROP_SOFTWARESLOTS in MIDDLEWARE\\GENERAL\\SoftwareSlots",
-                                "Trace in CoreStoreProps, stored PROP_EXPLORER_DEFENROL in "
-                                "MIDDLEWARE\\CAPI\\IEXPLORE.EXE\\DefEnrollType",
-                                "Trace in CoreStoreProps, stored PROP_MINKEYSIZE in MIDDLEWARE\\CAPI\\MinKeySize"}))
-        << log.dump();
-    EXPECT_EQ(log.count("Trace in CoreStoreProps, stored PROP_PCSCSLOTS in MIDDLEWARE\\GENERAL\\PcscSlots"), 0);
-    EXPECT_EQ(log.count("updateBrowserModules: entry <time>  add=1"), 0);
+// The text readers: atoi, the single-logon rule and the summary line; only
+// CoreStoreProps logs what it stored, and only PKIRegInstall goes on to the browsers.
+TEST_F(Settings, TextReadersSingleLogonRuleSummaryAndStoredValues) {
+    const struct { const char* op; UINT(WINAPI* action)(MSIHANDLE); int logsStored; } actions[] = {
+        {"PKIRegInstall", PKIRegInstall, 0}, {"CoreStoreProps", CoreStoreProps, 1}};
+    for (const auto& a : actions) {
+        clean();
+        writeDword(HKEY_LOCAL_MACHINE, kMiddlewareKey + "\\GENERAL", "SoftwareSlots", 5);  // no property: kept
+        TestSession session;
+        session.set("PROP_SINGLELOGONTO", "30");
+        session.set("PROP_SINGLELOGON", "0");
+        session.set("PROP_PCSCSLOTS", "12");
+        session.set("PROP_PQ_MINLEN", "8");
+        const std::string op = std::string("Trace in ") + a.op + ", ";
+        LogCapture log;
+        EXPECT_EQ(a.action(session.handle()), 0u);
+        EXPECT_EQ(number("GENERAL", "SingleLogon"), 1u);
+        EXPECT_EQ(number("GENERAL", "SingleLogonTimeout"), 30u);
+        EXPECT_EQ(number("GENERAL", "PcscSlots"), 12u);
+        EXPECT_EQ(number("PQ", "pqMinLen"), 8u);
+        EXPECT_EQ(number("GENERAL", "SoftwareSlots"), 5u);
+        EXPECT_TRUE(log.hasInOrder({
+            op + "PROP_PCSCSLOTS(atoi)=12", op + "PROP_SINGLELOGON(atoi)=0", op + "PROP_SINGLELOGONTO(atoi)=30",
+            op + "prop_singlelogon=1 because prop_singlelogontimeout!=0",
+            op + "hInstall=" + std::to_string(session.handle()) +
+                " advanced_view=0xffffffff pcscslots=0xc softwareslots=0xffffffff singlelogon=0x1 "
+                "singlelogontimeout=0x1e propagateusercer=0xffffffff propagatecacer=0xffffffff pq_minlen=0x8 "
+                "pq_mixchars=0xffffffff pq_maxage=0xffffffff pq_warnperiod=0xffffffff pq_historysize=0xffffffff "
+                "pq_minage=0xffffffff explorer_defenrol=0xffffffff upd_infpath=0x0",
+        })) << log.dump();
+        const std::vector<std::string> stored = {op + "stored PROP_ADVANCED_VIEW in MIDDLEWARE\\InitApp\\AdvancedView",
+                                                 op + "stored PROP_PCSCSLOTS in MIDDLEWARE\\GENERAL\\PcscSlots",
+                                                 op + "stored PROP_EXPLORER_DEFENROL in "
+                                                      "MIDDLEWARE\\CAPI\\IEXPLORE.EXE\\DefEnrollType",
+                                                 op + "stored PROP_MINKEYSIZE in MIDDLEWARE\\CAPI\\MinKeySize"};
+        EXPECT_EQ(log.hasInOrder(stored), a.logsStored == 1) << log.dump();
+        EXPECT_EQ(log.count(op + "stored PROP_SOFTWARESLOTS in MIDDLEWARE\\GENERAL\\SoftwareSlots"), 0);
+        EXPECT_EQ(log.count("updateBrowserModules: entry <time>  add=1"), 1 - a.logsStored);
+    }
 }
 
 TEST_F(Settings, RemoveDeletesOnlyWhatInstallWrote) {
-    installPartitionApp();
+    touchFile(partitionApp());
     {
         TestSession session;
         session.set("PROP_CERTEMP", "T");
@@ -221,7 +200,6 @@ TEST_F(Settings, RemoveDeletesOnlyWhatInstallWrote) {
     for (const Row& r : kRows) {
         EXPECT_FALSE(number(r.group, r.name).has_value()) << r.name;
     }
-    EXPECT_FALSE(text("CertStore", "RemoveFromTokenOnRemoveFromStoreTemplates").has_value());
     EXPECT_EQ(readDword(HKEY_LOCAL_MACHINE, kMiddlewareKey + "\\GENERAL", "Foreign"), 3u);
     EXPECT_EQ(readDword(HKEY_LOCAL_MACHINE, kFlagKey, "Reboot"), 1u);
     EXPECT_EQ(subKeys(kMiddlewareKey), (std::vector<std::string>{"GENERAL", "Install"}));
@@ -232,28 +210,23 @@ TEST_F(Settings, RemoveDeletesOnlyWhatInstallWrote) {
         << log.dump();
 }
 
-TEST_F(Settings, CreateSubKeyPathBuildsEveryLevelAndReportsFailure) {
+TEST_F(Settings, CreateSubKeyPathAndAReadOnlySettingsKey) {
     zk::RegKey root;
     ASSERT_EQ(RegCreateKeyExA(HKEY_LOCAL_MACHINE, "Software\\Brevant\\Zenkey", 0, nullptr, 0,
                               KEY_ALL_ACCESS | KEY_WOW64_64KEY, nullptr, root.put(), nullptr),
               ERROR_SUCCESS);
     zk::RegKey last;
-    EXPECT_EQ(zk::createSubKeyPath(root.get(), "MIDDLEWARE\\A\\\\B\\C", &last), ERROR_SUCCESS);
-    EXPECT_TRUE(keyExists(HKEY_LOCAL_MACHINE, kMiddlewareKey + "\\A\\B\\C"));
+    EXPECT_EQ(zk::createSubKeyPath(root.get(), "Other\\A\\\\B\\C", &last), ERROR_SUCCESS);
     ASSERT_TRUE(last);
     DWORD v = 4;
     RegSetValueExA(last.get(), "probe", 0, REG_DWORD, reinterpret_cast<BYTE*>(&v), sizeof v);
-    EXPECT_EQ(readDword(HKEY_LOCAL_MACHINE, kMiddlewareKey + "\\A\\B\\C", "probe"), 4u);
+    EXPECT_EQ(readDword(HKEY_LOCAL_MACHINE, "Software\\Brevant\\Zenkey\\Other\\A\\B\\C", "probe"), 4u);
 
-    createVolatileKey(HKEY_LOCAL_MACHINE, "Software\\Brevant\\Zenkey\\Vol");
-    LogCapture log;
-    const LONG rv = zk::createSubKeyPath(root.get(), "Vol\\Child\\Deeper");
-    EXPECT_EQ(rv, ERROR_CHILD_MUST_BE_VOLATILE);
-    EXPECT_EQ(log.lines(), std::vector<std::string>{"Err in RegCreateKeyEx, key=Vol\\Child rv=0x3fd"}) << log.dump();
-}
-
-TEST_F(Settings, ReadOnlySettingsKeyIsLoggedAndTheActionSucceeds) {
+    // A volatile MIDDLEWARE takes no stable sub-keys: each failure is logged and the action succeeds.
     createVolatileKey(HKEY_LOCAL_MACHINE, kMiddlewareKey);
+    LogCapture direct;
+    EXPECT_EQ(zk::createSubKeyPath(root.get(), "MIDDLEWARE\\X\\Y"), ERROR_CHILD_MUST_BE_VOLATILE);
+    EXPECT_EQ(direct.lines(), std::vector<std::string>{"Err in RegCreateKeyEx, key=MIDDLEWARE\\X rv=0x3fd"});
     TestSession session;
     LogCapture log;
     EXPECT_EQ(PKIInstall(session.handle()), 0u);
