@@ -39,11 +39,8 @@ void WINAPI countFree(PVOID) { ++g_freed; }
 
 TEST(Sessions, OnlyActiveSessionsWithAUserCount) {
     char console[] = "Console", rdp[] = "RDP-Tcp#0", listener[] = "RDP-Tcp", gone[] = "RDP-Tcp#1", broken[] = "x";
-    const WTS_SESSION_INFOA sessions[] = {{1, console, WTSActive},
-                                          {2, rdp, WTSActive},
-                                          {65536, listener, WTSListen},
-                                          {3, gone, WTSDisconnected},
-                                          {4, broken, WTSActive}};
+    const WTS_SESSION_INFOA sessions[] = {{1, console, WTSActive}, {2, rdp, WTSActive}, {65536, listener, WTSListen},
+                                          {3, gone, WTSDisconnected}, {4, broken, WTSActive}};
     g_freed = 0;
     LogCapture log;
     EXPECT_EQ(countUserSessions(sessions, 5, queryUser, countFree), 1u);
@@ -55,7 +52,6 @@ TEST(Sessions, OnlyActiveSessionsWithAUserCount) {
                                  op + " session [x] WTSActive, sessions=1",
                                  op + "\t error WTSQuerySessionInformation 0x5"}))
         << log.dump();
-    EXPECT_EQ(countUserSessions(&sessions[2], 1, queryUser, countFree), 0u);  // a listener only
 }
 
 TEST(Sessions, CheckAnswersZeroAndMarksAdminRightsFromVista) {
@@ -70,12 +66,8 @@ TEST(Sessions, CheckAnswersZeroAndMarksAdminRightsFromVista) {
     // a line break of its own.
     EXPECT_TRUE(inOrder(log, {op, "\t 0 running sessions found", op + "Number of active sessions 0, *result=0",
                               "CoreCheckSessions >> OUT, rv = 0x0"}));
-    const auto flag = readDword(HKEY_LOCAL_MACHINE, kFlagKey, "AdminPriv");
-    if (getPlatform() == PL_WINVISTA) {
-        EXPECT_EQ(flag, 1u);
-    } else {
-        EXPECT_FALSE(flag.has_value());
-    }
+    const std::optional<DWORD> adminFlag = getPlatform() == PL_WINVISTA ? std::optional<DWORD>(1) : std::nullopt;
+    EXPECT_EQ(readDword(HKEY_LOCAL_MACHINE, kFlagKey, "AdminPriv"), adminFlag);
     deleteTree(HKEY_LOCAL_MACHINE, "Software\\Brevant");
 }
 
