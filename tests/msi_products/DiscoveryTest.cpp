@@ -2,6 +2,8 @@
 // installed test and the three ways to the cached package.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "Releases.h"
 #include "frame/Exports.h"
 #include "msi/msiWrapper.h"
@@ -59,13 +61,12 @@ TEST_F(Discovery, WalkLogsProductsMatchingTheHintAndEndsWith259) {
               kWalk + "msiWrapper::GetProductCodeByUpgrade() hint=ZK Test MRV upgrade: " + kReleaseUpgradeCode);
     EXPECT_EQ(lines.back(), kWalk + "GetProductCodeByUpgrade OUT , rv=259");
     for (const Release* r : {&kMrv39, &kMrv450}) {
-        size_t at = 0;
-        while (at < lines.size() && (lines[at].rfind(kWalk + "\tproduct ", 0) != 0 ||
-                                     lines[at].find(std::string(" start: ") + r->code) == std::string::npos))
-            ++at;
-        ASSERT_LT(at + 2, lines.size()) << log.dump();
-        EXPECT_EQ(lines[at + 1], kWalk + "product name: ZK Test MRV " + r->label);
-        EXPECT_EQ(lines[at + 2], kHintWarn);
+        // The product line, its name, the warning: one after the other.
+        const auto at = std::find(lines.begin(), lines.end(), kWalk + "product name: ZK Test MRV " + r->label);
+        ASSERT_TRUE(at > lines.begin() && at + 1 < lines.end()) << log.dump();
+        EXPECT_EQ(at[-1].rfind(kWalk + "\tproduct ", 0), 0u) << at[-1];
+        EXPECT_NE(at[-1].find(std::string(" start: ") + r->code), std::string::npos) << at[-1];
+        EXPECT_EQ(at[1], kHintWarn);
     }
     EXPECT_TRUE(isProductCode(last.c_str())) << last;
 
