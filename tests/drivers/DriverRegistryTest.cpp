@@ -259,7 +259,7 @@ protected:
     std::vector<std::string> created_;
 };
 
-TEST_F(DriverKeys, ServiceKeyOfADriverIsDeleted) {
+TEST_F(DriverKeys, ServiceKeysGoButTheFilterOnlyWithMinimalHardware) {
     makeServiceKey("zkTestDriver");
     LogCapture log;
     EXPECT_TRUE(DeleteDriverFromReg("zkTestDriver", false));
@@ -268,13 +268,10 @@ TEST_F(DriverKeys, ServiceKeyOfADriverIsDeleted) {
                                exists("zkTestDriver"), "DeleteDriverFromReg(): exit  rv=1"}))
         << log.dump();
     EXPECT_FALSE(zktest::keyExists(HKEY_LOCAL_MACHINE, kServices + "\\zkTestDriver"));
-
     LogCapture again;  // nothing left: nothing logged, success
     EXPECT_TRUE(DeleteDriverFromReg("zkTestDriver", true));
     EXPECT_EQ(again.lines().size(), 3u) << again.dump();
-}
 
-TEST_F(DriverKeys, FilterKeyGoesOnlyWithMinimalHardware) {
     makeServiceKey("zKSCFLT");
     const std::string list = multiSz({"otherflt", "zKSCFLT"});
     filters.set(REG_MULTI_SZ, list);

@@ -48,12 +48,10 @@ bool readValue(const char* sub, const std::string& name, DWORD& type, std::strin
 }
 
 DWORD readDword(const char* sub, const std::string& name, DWORD fallback) {
-    DWORD type = 0;
-    std::string data;
-    if (!readValue(sub, name, type, data) || data.size() != sizeof(DWORD)) return fallback;
-    DWORD v = 0;
-    std::memcpy(&v, data.data(), sizeof v);
-    return v;
+    const std::string path = std::string(kRoot) + "\\" + sub;
+    DWORD v = 0, size = sizeof v;
+    return RegGetValueA(HKEY_LOCAL_MACHINE, path.c_str(), name.c_str(), RRF_RT_REG_DWORD, nullptr, &v, &size) ? fallback
+                                                                                                                : v;
 }
 
 void writeDword(const std::string& name, DWORD value) {
