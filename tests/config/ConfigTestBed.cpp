@@ -49,13 +49,8 @@ std::string appDataFolder() { return withoutSlash(env("APPDATA")); }
 std::string modutilPath() { return sharedFolder() + "modutil\\modutil.exe"; }
 std::string partitionApp() { return sharedFolder() + "DuoStore Partition\\DuoStorePartition.exe"; }
 
-void makeDirs(const std::string& path) { std::filesystem::create_directories(path); }
-void removeTree(const std::string& path) {
-    std::error_code ignored;
-    std::filesystem::remove_all(path, ignored);
-}
 void touchFile(const std::string& path) {
-    makeDirs(path.substr(0, path.find_last_of('\\')));
+    std::filesystem::create_directories(path.substr(0, path.find_last_of('\\')));
     std::ofstream(path) << "x";
 }
 
@@ -70,13 +65,14 @@ void ConfigTest::SetUp() {
 void ConfigTest::clean() {
     Questions::onQuestion = nullptr;
     deleteTree(HKEY_LOCAL_MACHINE, "Software\\Brevant");
-    removeTree(withoutSlash(env("CommonProgramFiles")) + "\\brevant shared");
-    for (const char* dir : {"\\Mozilla", "\\Netscape"}) removeTree(appDataFolder() + dir);
+    std::error_code ignored;
+    std::filesystem::remove_all(withoutSlash(env("CommonProgramFiles")) + "\\brevant shared", ignored);
+    for (const char* dir : {"\\Mozilla", "\\Netscape"}) std::filesystem::remove_all(appDataFolder() + dir, ignored);
     DeleteFileA(record_.c_str());
 }
 
 void ConfigTest::installModutil() {
-    makeDirs(sharedFolder() + "modutil");
+    std::filesystem::create_directories(sharedFolder() + "modutil");
     ASSERT_TRUE(CopyFileA(env("ZK_MODUTIL").c_str(), modutilPath().c_str(), FALSE)) << env("ZK_MODUTIL");
 }
 

@@ -23,9 +23,7 @@ std::string appDataFolder();    // no trailing "\"
 std::string modutilPath();      // where the library looks for the tool
 std::string partitionApp();     // where the library looks for the partition application
 
-void makeDirs(const std::string& path);
-void removeTree(const std::string& path);
-void touchFile(const std::string& path);
+void touchFile(const std::string& path);  // with its folders
 
 // Answers each question with the next scripted answer (IDOK when the script
 // is exhausted) and records the questions; `onQuestion` runs before answering.

@@ -75,7 +75,7 @@ std::vector<std::string> subKeys(const std::string& path) {
 
 using Settings = ConfigTest;
 
-TEST_F(Settings, AllWritesInOrderWithDefaultsAndTypes) {
+TEST_F(Settings, AllWritesInOrderWithDefaultsAndTypesThenRemoval) {
     touchFile(partitionApp());
     TestSession session;
     LogCapture log;
@@ -111,6 +111,26 @@ TEST_F(Settings, AllWritesInOrderWithDefaultsAndTypes) {
     EXPECT_EQ(subKeys("Software\\Brevant\\Zenkey"), std::vector<std::string>{"MIDDLEWARE"});
     EXPECT_EQ(subKeys(kMiddlewareKey),
               (std::vector<std::string>{"CAPI", "CertStore", "GENERAL", "InitApp", "PQ", "zkPropsApps"}));
+
+    // Removal deletes exactly these values (the template text too) and the keys left empty.
+    writeString(HKEY_LOCAL_MACHINE, kMiddlewareKey + "\\CertStore", "RemoveFromTokenOnRemoveFromStoreTemplates", "T");
+    writeDword(HKEY_LOCAL_MACHINE, kMiddlewareKey + "\\GENERAL", "Foreign", 3);
+    writeDword(HKEY_LOCAL_MACHINE, kFlagKey, "Reboot", 1);
+    LogCapture removal;
+    EXPECT_EQ(PKIRemove(session.handle()), 0u);
+    for (const Row& r : kRows) {
+        EXPECT_FALSE(number(r.group, r.name).has_value()) << r.name;
+    }
+    EXPECT_EQ(readDword(HKEY_LOCAL_MACHINE, kMiddlewareKey + "\\GENERAL", "Foreign"), 3u);
+    EXPECT_EQ(readDword(HKEY_LOCAL_MACHINE, kFlagKey, "Reboot"), 1u);
+    EXPECT_EQ(subKeys(kMiddlewareKey), (std::vector<std::string>{"GENERAL", "Install"}));
+    EXPECT_TRUE(removal.hasInOrder({"updateBrowserModules: entry <time>  add=0",
+                                    "Trace in removeClientSettings, deleted MIDDLEWARE\\InitApp\\AdvancedView",
+                                    "Trace in removeClientSettings, deleted MIDDLEWARE\\CertStore\\"
+                                    "RemoveFromTokenOnRemoveFromStoreTemplates",
+                                    "Trace in removeClientSettings, deleted MIDDLEWARE\\zkPropsApps\\app1\\zkAppExecutable",
+                                    "Trace in removeClientSettings, deleted empty key MIDDLEWARE\\CAPI\\IEXPLORE.EXE"}))
+        << removal.dump();
 }
 
 TEST_F(Settings, ValidPropertyOverwritesDefaultNever) {
@@ -183,31 +203,6 @@ TEST_F(Settings, TextReadersSingleLogonRuleSummaryAndStoredValues) {
         EXPECT_EQ(log.count(op + "stored PROP_SOFTWARESLOTS in MIDDLEWARE\\GENERAL\\SoftwareSlots"), 0);
         EXPECT_EQ(log.count("updateBrowserModules: entry <time>  add=1"), 1 - a.logsStored);
     }
-}
-
-TEST_F(Settings, RemoveDeletesOnlyWhatInstallWrote) {
-    touchFile(partitionApp());
-    {
-        TestSession session;
-        session.set("PROP_CERTEMP", "T");
-        ASSERT_EQ(PKIInstall(session.handle()), 0u);
-    }
-    writeDword(HKEY_LOCAL_MACHINE, kMiddlewareKey + "\\GENERAL", "Foreign", 3);
-    writeDword(HKEY_LOCAL_MACHINE, kFlagKey, "Reboot", 1);
-    TestSession session;
-    LogCapture log;
-    EXPECT_EQ(PKIRemove(session.handle()), 0u);
-    for (const Row& r : kRows) {
-        EXPECT_FALSE(number(r.group, r.name).has_value()) << r.name;
-    }
-    EXPECT_EQ(readDword(HKEY_LOCAL_MACHINE, kMiddlewareKey + "\\GENERAL", "Foreign"), 3u);
-    EXPECT_EQ(readDword(HKEY_LOCAL_MACHINE, kFlagKey, "Reboot"), 1u);
-    EXPECT_EQ(subKeys(kMiddlewareKey), (std::vector<std::string>{"GENERAL", "Install"}));
-    EXPECT_TRUE(log.hasInOrder({"updateBrowserModules: entry <time>  add=0",
-                                "Trace in removeClientSettings, deleted MIDDLEWARE\\InitApp\\AdvancedView",
-                                "Trace in removeClientSettings, deleted MIDDLEWARE\\zkPropsApps\\app1\\zkAppExecutable",
-                                "Trace in removeClientSettings, deleted empty key MIDDLEWARE\\CAPI\\IEXPLORE.EXE"}))
-        << log.dump();
 }
 
 TEST_F(Settings, CreateSubKeyPathAndAReadOnlySettingsKey) {
