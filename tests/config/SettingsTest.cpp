@@ -133,75 +133,70 @@ TEST_F(Settings, AllWritesInOrderWithDefaultsAndTypesThenRemoval) {
         << removal.dump();
 }
 
-TEST_F(Settings, ValidPropertyOverwritesDefaultNever) {
-    writeDword(HKEY_LOCAL_MACHINE, kMiddlewareKey + "\\GENERAL", "PcscSlots", 5);
-    writeDword(HKEY_LOCAL_MACHINE, kMiddlewareKey + "\\GENERAL", "SoftwareSlots", 7);
-    writeString(HKEY_LOCAL_MACHINE, kMiddlewareKey + "\\CertStore", "RemoveFromTokenOnRemoveFromStoreTemplates", "old");
-    TestSession session;
-    session.set("PROP_PCSCSLOTS", "2000");     // out of range: default, keeps 5
-    session.set("PROP_SOFTWARESLOTS", "0");    // valid: overwrites 7
-    session.set("PROP_CERREMOVESTO", "37001"); // out of range, nothing there: the default is written
-    session.set("PROP_CERTEMP", "User;Smartcard Logon");
-    LogCapture log;
-    EXPECT_EQ(PKIInstall(session.handle()), 0u);
-    EXPECT_EQ(number("GENERAL", "PcscSlots"), 5u);
-    EXPECT_EQ(number("CertStore", "CertsToRemoveStorePeriod"), 7u);
-    EXPECT_FALSE(keyExists(HKEY_LOCAL_MACHINE, kMiddlewareKey + "\\zkPropsApps"));  // no partition application
-    const std::string general = "key =Software\\Brevant\\Zenkey\\MIDDLEWARE\\GENERAL";
-    EXPECT_TRUE(log.hasInOrder({
-        "Warn in setPropRegistryVal - new, Range fail value 2000 for property PROP_PCSCSLOTS",
-        "Trace in setPropRegistryVal - new, " + general + " stores previous value=5 (bUpdateExisting=0)",
-        "Trace in setPropRegistryVal - new, " + general + " oldvalue=7 newvalue(RegSetValue)=0 bUpdateExisting=1 rv=0",
-        "Warn in setPropRegistryVal - new, Range fail value 37001 for property PROP_CERREMOVESTO",
-        "Trace in setPropRegistryStrVal - new, key =Software\\Brevant\\Zenkey\\MIDDLEWARE\\CertStore oldvalue=old "
-        "newvalue=User;Smartcard Logon bUpdateExisting=1 rv=0",
-    })) << log.dump();
-
-    // A second run without properties keeps every value.
-    TestSession plain;
-    EXPECT_EQ(PKIInstall(plain.handle()), 0u);
-    EXPECT_EQ(number("GENERAL", "SoftwareSlots"), 0u);
-    EXPECT_EQ(text("CertStore", "RemoveFromTokenOnRemoveFromStoreTemplates"), "User;Smartcard Logon");
-}
-
-// The text readers: atoi, the single-logon rule and the summary line; only
-// CoreStoreProps logs what it stored, and only PKIRegInstall goes on to the browsers.
-TEST_F(Settings, TextReadersSingleLogonRuleSummaryAndStoredValues) {
-    const struct { const char* op; UINT(WINAPI* action)(MSIHANDLE); int logsStored; } actions[] = {
-        {"PKIRegInstall", PKIRegInstall, 0}, {"CoreStoreProps", CoreStoreProps, 1}};
+// Every reader: a valid property overwrites, a default never does. The text
+// readers add atoi, the single-logon rule and the summary line; CoreStoreProps
+// alone logs what it stored and leaves the browsers alone.
+TEST_F(Settings, ValidPropertyOverwritesDefaultNeverInEveryReader) {
+    const struct { const char* op; UINT(WINAPI* action)(MSIHANDLE); bool text, logsStored; } actions[] = {
+        {"PKIInstall", PKIInstall, false, false},
+        {"PKIRegInstall", PKIRegInstall, true, false},
+        {"CoreStoreProps", CoreStoreProps, true, true}};
     for (const auto& a : actions) {
         clean();
-        writeDword(HKEY_LOCAL_MACHINE, kMiddlewareKey + "\\GENERAL", "SoftwareSlots", 5);  // no property: kept
+        writeDword(HKEY_LOCAL_MACHINE, kMiddlewareKey + "\\GENERAL", "PcscSlots", 5);
+        writeDword(HKEY_LOCAL_MACHINE, kMiddlewareKey + "\\GENERAL", "SoftwareSlots", 7);
+        writeDword(HKEY_LOCAL_MACHINE, kMiddlewareKey + "\\PQ", "pqHistorySize", 55);  // no property: kept
+        writeString(HKEY_LOCAL_MACHINE, kMiddlewareKey + "\\CertStore", "RemoveFromTokenOnRemoveFromStoreTemplates",
+                    "old");
         TestSession session;
+        session.set("PROP_PCSCSLOTS", "2000");      // out of range: default, keeps 5
+        session.set("PROP_SOFTWARESLOTS", "0");     // valid: overwrites 7
+        session.set("PROP_CERREMOVESTO", "37001");  // out of range, nothing there: the default is written
+        session.set("PROP_CERTEMP", "User;Smartcard Logon");
         session.set("PROP_SINGLELOGONTO", "30");
         session.set("PROP_SINGLELOGON", "0");
-        session.set("PROP_PCSCSLOTS", "12");
-        session.set("PROP_PQ_MINLEN", "8");
         const std::string op = std::string("Trace in ") + a.op + ", ";
         LogCapture log;
-        EXPECT_EQ(a.action(session.handle()), 0u);
-        EXPECT_EQ(number("GENERAL", "SingleLogon"), 1u);
+        EXPECT_EQ(a.action(session.handle()), 0u) << a.op;
+        EXPECT_EQ(number("GENERAL", "PcscSlots"), 5u);
+        EXPECT_EQ(number("GENERAL", "SoftwareSlots"), 0u);
+        EXPECT_EQ(number("PQ", "pqHistorySize"), 55u);
+        EXPECT_EQ(number("CertStore", "CertsToRemoveStorePeriod"), 7u);
+        EXPECT_EQ(number("GENERAL", "SingleLogon"), a.text ? 1u : 0u);
         EXPECT_EQ(number("GENERAL", "SingleLogonTimeout"), 30u);
-        EXPECT_EQ(number("GENERAL", "PcscSlots"), 12u);
-        EXPECT_EQ(number("PQ", "pqMinLen"), 8u);
-        EXPECT_EQ(number("GENERAL", "SoftwareSlots"), 5u);
+        EXPECT_FALSE(keyExists(HKEY_LOCAL_MACHINE, kMiddlewareKey + "\\zkPropsApps"));  // no partition application
+        const std::string general = "key =Software\\Brevant\\Zenkey\\MIDDLEWARE\\GENERAL";
         EXPECT_TRUE(log.hasInOrder({
-            op + "PROP_PCSCSLOTS(atoi)=12", op + "PROP_SINGLELOGON(atoi)=0", op + "PROP_SINGLELOGONTO(atoi)=30",
-            op + "prop_singlelogon=1 because prop_singlelogontimeout!=0",
-            op + "hInstall=" + std::to_string(session.handle()) +
-                " advanced_view=0xffffffff pcscslots=0xc softwareslots=0xffffffff singlelogon=0x1 "
-                "singlelogontimeout=0x1e propagateusercer=0xffffffff propagatecacer=0xffffffff pq_minlen=0x8 "
-                "pq_mixchars=0xffffffff pq_maxage=0xffffffff pq_warnperiod=0xffffffff pq_historysize=0xffffffff "
-                "pq_minage=0xffffffff explorer_defenrol=0xffffffff upd_infpath=0x0",
-        })) << log.dump();
-        const std::vector<std::string> stored = {op + "stored PROP_ADVANCED_VIEW in MIDDLEWARE\\InitApp\\AdvancedView",
-                                                 op + "stored PROP_PCSCSLOTS in MIDDLEWARE\\GENERAL\\PcscSlots",
-                                                 op + "stored PROP_EXPLORER_DEFENROL in "
-                                                      "MIDDLEWARE\\CAPI\\IEXPLORE.EXE\\DefEnrollType",
-                                                 op + "stored PROP_MINKEYSIZE in MIDDLEWARE\\CAPI\\MinKeySize"};
-        EXPECT_EQ(log.hasInOrder(stored), a.logsStored == 1) << log.dump();
-        EXPECT_EQ(log.count(op + "stored PROP_SOFTWARESLOTS in MIDDLEWARE\\GENERAL\\SoftwareSlots"), 0);
-        EXPECT_EQ(log.count("updateBrowserModules: entry <time>  add=1"), 1 - a.logsStored);
+            "Warn in setPropRegistryVal - new, Range fail value 2000 for property PROP_PCSCSLOTS",
+            "Trace in setPropRegistryVal - new, " + general + " stores previous value=5 (bUpdateExisting=0)",
+            "Trace in setPropRegistryVal - new, " + general + " oldvalue=7 newvalue(RegSetValue)=0 bUpdateExisting=1 rv=0",
+            "Warn in setPropRegistryVal - new, Range fail value 37001 for property PROP_CERREMOVESTO",
+            "Trace in setPropRegistryStrVal - new, key =Software\\Brevant\\Zenkey\\MIDDLEWARE\\CertStore oldvalue=old "
+            "newvalue=User;Smartcard Logon bUpdateExisting=1 rv=0",
+        })) << a.op << log.dump();
+        EXPECT_EQ(log.hasInOrder({
+                      op + "PROP_PCSCSLOTS(atoi)=2000", op + "PROP_SINGLELOGON(atoi)=0", op + "PROP_SINGLELOGONTO(atoi)=30",
+                      op + "prop_singlelogon=1 because prop_singlelogontimeout!=0",
+                      op + "hInstall=" + std::to_string(session.handle()) +
+                          " advanced_view=0xffffffff pcscslots=0x7d0 softwareslots=0x0 singlelogon=0x1 "
+                          "singlelogontimeout=0x1e propagateusercer=0xffffffff propagatecacer=0xffffffff "
+                          "pq_minlen=0xffffffff pq_mixchars=0xffffffff pq_maxage=0xffffffff pq_warnperiod=0xffffffff "
+                          "pq_historysize=0xffffffff pq_minage=0xffffffff explorer_defenrol=0xffffffff upd_infpath=0x0",
+                  }),
+                  a.text) << a.op << log.dump();
+        EXPECT_EQ(log.hasInOrder({op + "stored PROP_ADVANCED_VIEW in MIDDLEWARE\\InitApp\\AdvancedView",
+                                  op + "stored PROP_SOFTWARESLOTS in MIDDLEWARE\\GENERAL\\SoftwareSlots",
+                                  op + "stored PROP_EXPLORER_DEFENROL in MIDDLEWARE\\CAPI\\IEXPLORE.EXE\\DefEnrollType",
+                                  op + "stored PROP_MINKEYSIZE in MIDDLEWARE\\CAPI\\MinKeySize"}),
+                  a.logsStored) << a.op;
+        EXPECT_EQ(log.count(op + "stored PROP_PCSCSLOTS in MIDDLEWARE\\GENERAL\\PcscSlots"), 0);
+        EXPECT_EQ(log.count("updateBrowserModules: entry <time>  add=1"), a.logsStored ? 0 : 1);
+
+        // A second run without properties keeps every value.
+        TestSession plain;
+        EXPECT_EQ(a.action(plain.handle()), 0u);
+        EXPECT_EQ(number("GENERAL", "SoftwareSlots"), 0u);
+        EXPECT_EQ(text("CertStore", "RemoveFromTokenOnRemoveFromStoreTemplates"), "User;Smartcard Logon");
     }
 }
 
