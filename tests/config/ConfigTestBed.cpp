@@ -23,11 +23,6 @@ int WINAPI answerQuestion(void*, UINT, LPCSTR message) {
     return answer;
 }
 
-std::string withoutSlash(std::string s) {
-    if (!s.empty() && s.back() == '\\') s.pop_back();
-    return s;
-}
-
 }  // namespace
 
 std::function<void(int)> Questions::onQuestion;
@@ -43,9 +38,9 @@ void Questions::script(TestSession&, std::vector<int> answers) {  // the session
 const std::vector<std::string>& Questions::asked() { return g_asked; }
 
 std::string sharedFolder() {
-    return withoutSlash(env("CommonProgramFiles")) + "\\brevant shared\\zenkey\\Keyhub\\";
+    return env("CommonProgramFiles") + "\\brevant shared\\zenkey\\Keyhub\\";
 }
-std::string appDataFolder() { return withoutSlash(env("APPDATA")); }
+std::string appDataFolder() { return env("APPDATA"); }
 std::string modutilPath() { return sharedFolder() + "modutil\\modutil.exe"; }
 std::string partitionApp() { return sharedFolder() + "DuoStore Partition\\DuoStorePartition.exe"; }
 
@@ -66,7 +61,7 @@ void ConfigTest::clean() {
     Questions::onQuestion = nullptr;
     deleteTree(HKEY_LOCAL_MACHINE, "Software\\Brevant");
     std::error_code ignored;
-    std::filesystem::remove_all(withoutSlash(env("CommonProgramFiles")) + "\\brevant shared", ignored);
+    std::filesystem::remove_all(env("CommonProgramFiles") + "\\brevant shared", ignored);
     for (const char* dir : {"\\Mozilla", "\\Netscape"}) std::filesystem::remove_all(appDataFolder() + dir, ignored);
     DeleteFileA(record_.c_str());
 }
