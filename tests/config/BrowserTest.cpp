@@ -42,7 +42,7 @@ protected:
     std::string firefox_, blanks_, suite_, netscape_;
 };
 
-TEST_F(Browsers, EveryDatabaseOfBothVendorsAddedAndDeletedInOrder) {
+TEST_F(Browsers, EveryDatabaseAddedThenDeletedButACancelledOrVanishedOne) {
     installModutil();
     makeProfiles();
     TestSession session(TestSession::Ui::Scripted);
@@ -64,29 +64,20 @@ TEST_F(Browsers, EveryDatabaseOfBothVendorsAddedAndDeletedInOrder) {
         "pkcs11_netscape_update_new: entry <time>  vendor=Netscape add=1",
     })) << log.dump();
 
-    Questions::script(session, {});
-    EXPECT_EQ(PKIRemove(session.handle()), 0u);
-    auto expected = added;
-    for (const std::string& line : lines({firefox_, blanks_, suite_, netscape_}, kDelete)) expected.push_back(line);
-    EXPECT_EQ(commands(), expected);
-}
-
-// The first database vanishes while its question is open; the second is cancelled.
-TEST_F(Browsers, CancelOrAVanishedFolderSkipsOnlyThatDatabase) {
-    installModutil();
-    makeProfiles();
-    TestSession session(TestSession::Ui::Scripted);
+    // Removal: the first database vanishes while its question is open, the second is cancelled.
     Questions::script(session, {IDOK, IDCANCEL});
     Questions::onQuestion = [this](int index) {
         if (index == 0) std::filesystem::remove_all(firefox_);
     };
-    LogCapture log;
-    EXPECT_EQ(PKIRegInstall(session.handle()), 0u);
-    EXPECT_EQ(commands(), lines({suite_, netscape_}, kAdd));
+    LogCapture removal;
+    EXPECT_EQ(PKIRemove(session.handle()), 0u);
+    auto expected = added;
+    for (const std::string& line : lines({suite_, netscape_}, kDelete)) expected.push_back(line);
+    EXPECT_EQ(commands(), expected);
     EXPECT_EQ(Questions::asked().size(), 4u);
-    EXPECT_EQ(log.count("Trace in pkcs11_netscape_update_new,  MessageBox IDCANCEL"), 1) << log.dump();
-    EXPECT_TRUE(log.has("Warn in pkcs11_netscape_update_new, data base file gone, skipped: " + firefox_ +
-                        "\\secmod.db"));
+    EXPECT_EQ(removal.count("Trace in pkcs11_netscape_update_new,  MessageBox IDCANCEL"), 1) << removal.dump();
+    EXPECT_TRUE(removal.has("Warn in pkcs11_netscape_update_new, data base file gone, skipped: " + firefox_ +
+                            "\\secmod.db"));
 }
 
 TEST_F(Browsers, NoFolderDatabaseOrToolAndAToolThatCannotStart) {
