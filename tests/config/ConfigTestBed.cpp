@@ -1,26 +1,22 @@
 #include "ConfigTestBed.h"
 
-#include <deque>
 #include <filesystem>
 #include <fstream>
 #include <msi.h>
 
-#include "support/TestProcess.h"
 #include "support/TestRegistry.h"
 
 namespace zktest {
 namespace {
 
-std::deque<int> g_answers;
+std::vector<int> g_answers;
 std::vector<std::string> g_asked;
 
 int WINAPI answerQuestion(void*, UINT, LPCSTR message) {
+    const size_t index = g_asked.size();
     g_asked.emplace_back(message ? message : "");
-    if (Questions::onQuestion) Questions::onQuestion(static_cast<int>(g_asked.size()) - 1);
-    if (g_answers.empty()) return IDOK;
-    const int answer = g_answers.front();
-    g_answers.pop_front();
-    return answer;
+    if (Questions::onQuestion) Questions::onQuestion(static_cast<int>(index));
+    return index < g_answers.size() ? g_answers[index] : IDOK;
 }
 
 }  // namespace
@@ -28,7 +24,7 @@ int WINAPI answerQuestion(void*, UINT, LPCSTR message) {
 std::function<void(int)> Questions::onQuestion;
 
 void Questions::script(TestSession&, std::vector<int> answers) {  // the session set up the external UI
-    g_answers.assign(answers.begin(), answers.end());
+    g_answers = std::move(answers);
     g_asked.clear();
     // The filter takes log-mode bits (1 << message type), not message types.
     constexpr DWORD kTypes = INSTALLLOGMODE_ERROR | INSTALLLOGMODE_WARNING | INSTALLLOGMODE_USER;
@@ -36,13 +32,6 @@ void Questions::script(TestSession&, std::vector<int> answers) {  // the session
 }
 
 const std::vector<std::string>& Questions::asked() { return g_asked; }
-
-std::string sharedFolder() {
-    return env("CommonProgramFiles") + "\\brevant shared\\zenkey\\Keyhub\\";
-}
-std::string appDataFolder() { return env("APPDATA"); }
-std::string modutilPath() { return sharedFolder() + "modutil\\modutil.exe"; }
-std::string partitionApp() { return sharedFolder() + "DuoStore Partition\\DuoStorePartition.exe"; }
 
 void touchFile(const std::string& path) {
     std::filesystem::create_directories(path.substr(0, path.find_last_of('\\')));

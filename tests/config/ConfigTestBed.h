@@ -12,16 +12,18 @@
 
 #include <gtest/gtest.h>
 
+#include "support/TestProcess.h"
 #include "support/TestSession.h"
 
 namespace zktest {
 
 inline const std::string kMiddlewareKey = "Software\\Brevant\\Zenkey\\MIDDLEWARE";
 
-std::string sharedFolder();     // ...\Common Files\brevant shared\zenkey\Keyhub\ (trailing "\")
-std::string appDataFolder();    // no trailing "\"
-std::string modutilPath();      // where the library looks for the tool
-std::string partitionApp();     // where the library looks for the partition application
+// Where the library looks for the client's shared folder, the tool and the partition application.
+inline std::string sharedFolder() { return env("CommonProgramFiles") + "\\brevant shared\\zenkey\\Keyhub\\"; }
+inline std::string modutilPath() { return sharedFolder() + "modutil\\modutil.exe"; }
+inline std::string partitionApp() { return sharedFolder() + "DuoStore Partition\\DuoStorePartition.exe"; }
+inline std::string appDataFolder() { return env("APPDATA"); }
 
 void touchFile(const std::string& path);  // with its folders
 
