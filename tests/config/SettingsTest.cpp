@@ -197,8 +197,9 @@ TEST_F(Settings, ValidPropertyOverwritesDefaultNeverInEveryReader) {
 }
 
 TEST_F(Settings, CreateSubKeyPathAndAReadOnlySettingsKey) {
-    zk::RegKey last;  // an empty level is skipped
-    EXPECT_EQ(zk::createSubKeyPath(HKEY_LOCAL_MACHINE, "Software\\Brevant\\Zenkey\\Other\\A\\\\B\\C", &last), ERROR_SUCCESS);
+    zk::RegKey last;
+    const char* const path = "Software\\Brevant\\Zenkey\\Other\\A\\\\B\\C";  // an empty level is skipped
+    EXPECT_EQ(zk::createSubKeyPath(HKEY_LOCAL_MACHINE, path, &last), ERROR_SUCCESS);
     ASSERT_TRUE(last);
     DWORD v = 4;
     RegSetValueExA(last.get(), "probe", 0, REG_DWORD, reinterpret_cast<BYTE*>(&v), sizeof v);
