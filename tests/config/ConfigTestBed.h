@@ -12,6 +12,7 @@
 
 #include <gtest/gtest.h>
 
+#include "frame/Exports.h"
 #include "support/TestProcess.h"
 #include "support/TestSession.h"
 
@@ -26,6 +27,14 @@ inline std::string partitionApp() { return sharedFolder() + "DuoStore Partition\
 inline std::string appDataFolder() { return env("APPDATA"); }
 
 void touchFile(const std::string& path);  // with its folders
+
+// The actions that write the settings from properties: PKIInstall reads
+// numbers by formatted extraction, the others read text and use atoi;
+// CoreStoreProps alone logs what it stored and leaves the browsers alone.
+struct Reader { const char* op; UINT(WINAPI* action)(MSIHANDLE); bool text, logsStored; };
+inline const Reader kReaders[] = {{"PKIInstall", PKIInstall, false, false},
+                                  {"PKIRegInstall", PKIRegInstall, true, false},
+                                  {"CoreStoreProps", CoreStoreProps, true, true}};
 
 // Answers each question with the next scripted answer (IDOK when the script
 // is exhausted) and records the questions; `onQuestion` runs before answering.

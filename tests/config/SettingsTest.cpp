@@ -128,14 +128,9 @@ TEST_F(Settings, AllWritesInOrderWithDefaultsAndTypesThenRemoval) {
 }
 
 // Every reader: a valid property overwrites, a default never does. The text
-// readers add atoi, the single-logon rule and the summary line; CoreStoreProps
-// alone logs what it stored and leaves the browsers alone.
+// readers add the single-logon rule and the summary line.
 TEST_F(Settings, ValidPropertyOverwritesDefaultNeverInEveryReader) {
-    const struct { const char* op; UINT(WINAPI* action)(MSIHANDLE); bool text, logsStored; } actions[] = {
-        {"PKIInstall", PKIInstall, false, false},
-        {"PKIRegInstall", PKIRegInstall, true, false},
-        {"CoreStoreProps", CoreStoreProps, true, true}};
-    for (const auto& a : actions) {
+    for (const Reader& a : kReaders) {
         clean();
         writeDword(HKEY_LOCAL_MACHINE, kMiddlewareKey + "\\GENERAL", "PcscSlots", 5);
         writeDword(HKEY_LOCAL_MACHINE, kMiddlewareKey + "\\GENERAL", "SoftwareSlots", 7);
