@@ -76,16 +76,21 @@ const char* matchingId(const std::vector<char>& ids, const std::string& wanted) 
 
 }  // namespace
 
+namespace {
+// Both removal routines end the same way when setupapi lacks a function they need.
+DWORD setupApiMissing(const char* op) {
+    const DWORD rv = ERROR_PROC_NOT_FOUND;
+    LogLine(Level::Err, op) << "SetupDi functions not found in <setupapi.dll>, rv:0x" << hex(rv);
+    logExit(op) << " rv:0x" << hex(rv);
+    return rv;
+}
+}  // namespace
+
 DWORD Win2KCoreInstaller::deviceRemove(HDEVINFO set, PSP_DEVINFO_DATA element) {
     static const char* const op = "Win2KCoreInstaller::deviceRemove()";
     logEntry(op);
     DeviceCalls calls;
-    if (!calls.bind(m_hSetupapi.get())) {
-        const DWORD rv = ERROR_PROC_NOT_FOUND;
-        LogLine(Level::Err, op) << "SetupDi functions not found in <setupapi.dll>, rv:0x" << hex(rv);
-        logExit(op) << " rv:0x" << hex(rv);
-        return rv;
-    }
+    if (!calls.bind(m_hSetupapi.get())) return setupApiMissing(op);
     if (calls.callClassInstaller(DIF_REMOVE, set, element) != TRUE) {
         const DWORD rv = GetLastError();
         LogLine(Level::Err, op) << "SetupDiCallClassInstaller fails, rv:0x" << hex(rv);
@@ -110,12 +115,7 @@ DWORD Win2KCoreInstaller::removePNPDevice(const std::string& hardwareId, UINT nu
     DeletedDevices = 0;
     const std::string wanted = upperCase(hardwareId);
     DeviceCalls calls;
-    if (!calls.bind(m_hSetupapi.get())) {
-        const DWORD rv = ERROR_PROC_NOT_FOUND;
-        LogLine(Level::Err, op) << "SetupDi functions not found in <setupapi.dll>, rv:0x" << hex(rv);
-        logExit(op) << " rv:0x" << hex(rv);
-        return rv;
-    }
+    if (!calls.bind(m_hSetupapi.get())) return setupApiMissing(op);
     DeviceSet set(calls, calls.getClassDevsA(nullptr, nullptr, nullptr, DIGCF_ALLCLASSES));
     if (!set.valid()) {
         const DWORD rv = GetLastError();
