@@ -151,15 +151,6 @@ TEST(Exports, EveryActionRunsInItsFrameWithNullArguments) {
     }
 }
 
-TEST(Exports, OutArgumentsAreWrittenOnlyWhenGiven) {
-    zktest::ExportLibrary dll;
-    auto sessions = dll.get<UINT(WINAPI*)(unsigned long, UINT*)>("CoreCheckSessions");
-    UINT out = 0xCDCDCDCD;
-    EXPECT_EQ(sessions(0, &out), 0u);
-    EXPECT_EQ(out, 0u);
-    EXPECT_EQ(sessions(0, nullptr), 0u);
-}
-
 // CoreCheckRollback fails the installation only when a rollback is flagged.
 TEST(Exports, CheckRollbackTurnsTheFlagIntoInstallFailure) {
     zktest::deleteTree(HKEY_LOCAL_MACHINE, zktest::kFlagKey);

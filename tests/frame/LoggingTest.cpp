@@ -40,20 +40,6 @@ TEST(Logging, EveryLineCarriesTheThreadAndEndsInCrLf) {
     EXPECT_EQ(log.raw(), "(ThID:" + id + "): first\r\n(ThID:" + id + "): second\r\nwrapped\r\n");
 }
 
-TEST(Logging, FileIsTheTempFolderLogWithItsDoubledSeparator) {
-    char temp[MAX_PATH] = {};
-    DWORD n = GetTempPathA(MAX_PATH, temp);
-    ASSERT_GT(n, 0u);
-    EXPECT_EQ(Logger::filePath(), std::string(temp, n) + "\\zKCoreInst.log");
-    EXPECT_NE(GetFileAttributesA(Logger::filePath().c_str()), INVALID_FILE_ATTRIBUTES);
-}
-
-TEST(Logging, TimestampHasTheCtimeLayout) {
-    const std::string t = Logger::timestamp();
-    ASSERT_EQ(t.size(), 24u) << t;
-    EXPECT_EQ(zktest::normalizeTime(t), "<time>") << t;
-}
-
 TEST(Logging, LoggingKeepsTheCallersLastError) {
     SetLastError(1234);
     logEntry("op");
