@@ -78,8 +78,8 @@ TEST(MsiWrapper, NumbersAreReadLikeAStreamExtraction) {
     const DWORD kDefault = 0xABCD;
     const Case cases[] = {
         {"42", 42, false},         {" 42", 42, false},       {"12abc", 12, false},
-        {"0x2A", 0, false},        {"-1", 0xFFFFFFFF, false}, {"4294967295", 0xFFFFFFFF, false},
-        {"abc", kDefault, true},   {"   ", kDefault, true},   {"99999999999", kDefault, true},
+        {"0x2A", 0, false},        {"-1", 0xFFFFFFFF, false}, {"abc", kDefault, true},
+        {"99999999999", kDefault, true},
         {"", kDefault, false},
     };
     for (const Case& c : cases) {
