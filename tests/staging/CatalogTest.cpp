@@ -1,27 +1,18 @@
 // enumareFile: the catalogs of the driver catalog database that list a file.
 #include <algorithm>
-#include <cctype>
 #include <vector>
 
 #include "StagingFixture.h"
 #include "support/TestLog.h"
 
-using stagingtest::Staging;
 using zktest::DriverStage;
 using zktest::LogCapture;
 
 namespace {
 
-const char* const kOp = "Win2KCoreInstaller::enumareFile()";
+const std::string kOp = "Win2KCoreInstaller::enumareFile()";
 
-std::string trace(const std::string& text) { return std::string("Trace in ") + kOp + ", " + text; }
-
-std::string lower(std::string s) {
-    for (auto& c : s) c = static_cast<char>(tolower(static_cast<unsigned char>(c)));
-    return s;
-}
-
-using EnumareFile = Staging;
+using EnumareFile = stagingtest::Staging;
 
 TEST_F(EnumareFile, FindsEveryCatalogListingTheFile) {
     stage.placeCatalog("zkextra.cat", "extra\\zkextra.cat");
@@ -33,15 +24,13 @@ TEST_F(EnumareFile, FindsEveryCatalogListingTheFile) {
 
     ASSERT_EQ(found.size(), 2u) << log.dump();
     std::vector<std::string> names;
-    for (const auto& path : found) {
-        EXPECT_EQ(lower(path.substr(0, path.find_last_of('\\'))), lower(DriverStage::catalogFolder()));
-        names.push_back(lower(path.substr(path.find_last_of('\\') + 1)));
-    }
+    for (const auto& path : found) names.push_back(CharLowerA(std::string(path).data()));
     std::sort(names.begin(), names.end());
-    EXPECT_EQ(names, (std::vector<std::string>{"zkextra.cat", "zkscflt.cat"}));
-    EXPECT_TRUE(log.hasInOrder({trace("Testing signature for file: " + source("zKSCFLT.sys")),
-                                trace("Added cat file element(0)=" + found[0]),
-                                trace("Added cat file element(1)=" + found[1]), std::string(kOp) + ": exit  rv=1"}))
+    std::string folder = DriverStage::catalogFolder();
+    CharLowerA(folder.data());
+    EXPECT_EQ(names, (std::vector<std::string>{folder + "\\zkextra.cat", folder + "\\zkscflt.cat"}));
+    EXPECT_TRUE(log.hasInOrder({"Trace in " + kOp + ", Added cat file element(0)=" + found[0],
+                                "Trace in " + kOp + ", Added cat file element(1)=" + found[1]}))
         << log.dump();
 
     // A file no placed catalog lists, and a missing file.
@@ -51,9 +40,7 @@ TEST_F(EnumareFile, FindsEveryCatalogListingTheFile) {
     EXPECT_EQ(inst->enumareFile(source("absent.sys"), none), 0);
     EXPECT_TRUE(none.empty());
     // Wine answers the size query even for the invalid handle, so the second call fails.
-    EXPECT_TRUE(missing.hasInOrder(
-        {std::string("Err in ") + kOp + ", CryptCATAdminCalcHashFromFileHandle: Calculate failed! size=20",
-         std::string(kOp) + ": exit  rv=0"}))
+    EXPECT_TRUE(missing.has("Err in " + kOp + ", CryptCATAdminCalcHashFromFileHandle: Calculate failed! size=20"))
         << missing.dump();
 }
 

@@ -13,21 +13,18 @@ using zktest::LogCapture;
 
 namespace {
 
-const char* const kOp = "Win2KCoreInstaller::copy_sys()";
+const std::string kOp = "Win2KCoreInstaller::copy_sys()";
 
 // The path as the code logs it (the folder is "drivers" on disk).
 std::string dst(const std::string& name) { return zk::systemDirectory() + "\\Drivers\\" + name; }
-std::string trace(const std::string& text) { return std::string("Trace in ") + kOp + ", " + text; }
+std::string trace(const std::string& text) { return "Trace in " + kOp + ", " + text; }
 
 using CopySys = Staging;
 
 TEST(FileVersion, ReadsTheFixedRecordOfABuiltDriver) {
     DWORD major = 9, minor = 9, build = 9, revision = 0;
-    const std::string path = DriverStage::fixture("2.5.100.9\\bvsup.sys");
-    EXPECT_EQ(zk::getFileVersion(path, major, minor, build, &revision), 1);
+    EXPECT_EQ(zk::getFileVersion(DriverStage::fixture("2.5.100.9\\zKSCFLT.sys"), major, minor, build, &revision), 1);
     EXPECT_EQ(std::vector<DWORD>({major, minor, build, revision}), std::vector<DWORD>({2, 5, 100, 9}));
-    EXPECT_EQ(zk::getFileVersion(DriverStage::fixture("2.6.0.0\\bvsup.sys"), major, minor, build), 1);
-    EXPECT_EQ(std::vector<DWORD>({major, minor, build, revision}), std::vector<DWORD>({2, 6, 0, 9}));
 
     // Not a PE image: the outputs are zeroed and the failing step is named.
     LogCapture log;
@@ -40,17 +37,10 @@ TEST_F(CopySys, MissingTargetCountsAsVersionZeroAndIsCopied) {
     LogCapture log;
     inst->copy_sys("bvsup.sys");
     EXPECT_TRUE(installedIs("bvsup.sys", "package\\bvsup.sys"));
-    EXPECT_EQ(log.lines(), (std::vector<std::string>{
-                               " ",
-                               std::string(kOp) + ": entry <time>   file=bvsup.sys",
-                               "getFileVersion():: failure in GetFileVersionInfoSize",
-                               std::string("Warn in ") + kOp + ", assumed, There is no file <" + dst("bvsup.sys") +
-                                   "> exist - 1st setup on clean system, err=0x2",
-                               trace(" NewSys: " + source("bvsup.sys") + " ver: 2.5 build: 100"),
-                               trace(" OldSys: " + dst("bvsup.sys") + " ver: 0.0 build: 0"),
-                               trace("CopyFile " + source("bvsup.sys") + " OK"),
-                               std::string(kOp) + ": exit ",
-                           }))
+    EXPECT_TRUE(log.hasInOrder({"Warn in " + kOp + ", assumed, There is no file <" + dst("bvsup.sys") +
+                                    "> exist - 1st setup on clean system, err=0x2",
+                                trace(" NewSys: " + source("bvsup.sys") + " ver: 2.5 build: 100"),
+                                trace(" OldSys: " + dst("bvsup.sys") + " ver: 0.0 build: 0")}))
         << log.dump();
 }
 
@@ -60,16 +50,13 @@ TEST_F(CopySys, CopiesOnlyWhenTheStagedFileIsNewer) {
         const char* staged;     // fixture folder of the staged file
         const char* installed;  // fixture folder of the installed file
         bool copied;
-        const char* oldLine;
     };
     const Case cases[] = {
-        {"package", "2.5.99.7", true, "ver: 2.5 build: 99"},     // older build
-        {"package", "2.4.999.0", true, "ver: 2.4 build: 999"},   // older minor, higher build
-        {"2.6.0.0", "package", true, "ver: 2.5 build: 100"},     // newer minor, lower build
-        {"package", "2.5.100.9", false, "ver: 2.5 build: 100"},  // revision only
-        {"2.5.100.9", "package", false, "ver: 2.5 build: 100"},  // revision only, the other way
-        {"package", "2.5.101.0", false, "ver: 2.5 build: 101"},  // installed build newer
-        {"package", "2.6.0.0", false, "ver: 2.6 build: 0"},      // installed minor newer
+        {"package", "2.5.99.7", true},    // older build
+        {"2.6.0.0", "package", true},     // newer minor, lower build
+        {"package", "2.5.100.9", false},  // revision only
+        {"package", "2.5.101.0", false},  // installed build newer
+        {"package", "2.6.0.0", false},    // installed minor newer
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(std::string(c.staged) + " over " + c.installed);
@@ -77,40 +64,31 @@ TEST_F(CopySys, CopiesOnlyWhenTheStagedFileIsNewer) {
         stage.placeTarget("zKSCFLT.sys", std::string(c.installed) + "\\zKSCFLT.sys");
         LogCapture log;
         inst->copy_sys("zKSCFLT.sys");
-        const std::string expected = std::string(c.copied ? c.staged : c.installed) + "\\zKSCFLT.sys";
-        EXPECT_TRUE(installedIs("zKSCFLT.sys", expected));
-        EXPECT_TRUE(log.has(trace(" OldSys: " + dst("zKSCFLT.sys") + " " + c.oldLine))) << log.dump();
-        const std::string skipped =
-            trace("CopyFile no required because file version is the same, file=" + source("zKSCFLT.sys"));
-        EXPECT_EQ(log.has(skipped), !c.copied) << log.dump();
-        EXPECT_EQ(log.has(trace("CopyFile " + source("zKSCFLT.sys") + " OK")), c.copied) << log.dump();
+        EXPECT_TRUE(installedIs("zKSCFLT.sys", std::string(c.copied ? c.staged : c.installed) + "\\zKSCFLT.sys"));
+        EXPECT_TRUE(log.has(c.copied ? trace("CopyFile " + source("zKSCFLT.sys") + " OK")
+                                     : trace("CopyFile no required because file version is the same, file=" +
+                                             source("zKSCFLT.sys"))))
+            << log.dump();
     }
 }
 
-TEST_F(CopySys, UnreadableOrMissingSourceIsLoggedAndNothingCopied) {
+TEST_F(CopySys, UnreadableMissingOrBlockedIsLoggedNotThrown) {
     std::ofstream(source("bvsifdh.sys"), std::ios::binary) << "not a driver image";
-    stage.removeSource("bvsup.sys");
-    for (const auto& [name, code] : {std::pair<std::string, const char*>{"bvsifdh.sys", "0x714"}, {"bvsup.sys", "0x2"}}) {
+    stage.removeSource("zKSCFLT.sys");
+    for (const auto& [name, code] : {std::pair<std::string, const char*>{"bvsifdh.sys", "0x714"}, {"zKSCFLT.sys", "0x2"}}) {
         LogCapture log;
         inst->copy_sys(name);
-        EXPECT_TRUE(log.hasInOrder({"getFileVersion():: failure in GetFileVersionInfoSize",
-                                    std::string("Err in ") + kOp + ", getFileVersion() on " + source(name) +
-                                        " failed, err=" + code,
-                                    std::string(kOp) + ": exit "}))
+        EXPECT_TRUE(log.has("Err in " + kOp + ", getFileVersion() on " + source(name) + " failed, err=" + code))
             << log.dump();
         EXPECT_FALSE(log.has(trace(" NewSys: " + source(name) + " ver: 0.0 build: 0"))) << log.dump();
         EXPECT_FALSE(stagingtest::exists(dst(name)));
     }
-}
 
-TEST_F(CopySys, FailedCopyIsLoggedNotThrown) {
     // A folder in the way: no version to read, and no file can be written there.
     ASSERT_TRUE(CreateDirectoryA(dst("bvsup.sys").c_str(), nullptr));
     LogCapture log;
     EXPECT_NO_THROW(inst->copy_sys("bvsup.sys"));
-    EXPECT_TRUE(log.has(std::string("Err in ") + kOp + ", CopyFile, file=" + source("bvsup.sys") + " failed 0x5"))
-        << log.dump();
-    EXPECT_FALSE(log.has(trace("CopyFile " + source("bvsup.sys") + " OK")));
+    EXPECT_TRUE(log.has("Err in " + kOp + ", CopyFile, file=" + source("bvsup.sys") + " failed 0x5")) << log.dump();
 }
 
 }  // namespace
