@@ -1,6 +1,5 @@
 // Stand-in smart-card service: runs until STOP or SHUTDOWN. Started with
-// "--fail" on its command line it stops while starting, with a service exit code;
-// with "--plain" it exits without ever talking to the service manager.
+// "--fail" on its command line it stops while starting, with a service exit code.
 #include <windows.h>
 
 #include <cstring>
@@ -45,7 +44,6 @@ void WINAPI serviceMain(DWORD, char**) {
 }  // namespace
 
 int main() {
-    if (std::strstr(GetCommandLineA(), "--plain")) return 0;
     char name[] = "SCardSvr";
     SERVICE_TABLE_ENTRYA table[] = {{name, serviceMain}, {nullptr, nullptr}};
     return StartServiceCtrlDispatcherA(table) ? 0 : 1;

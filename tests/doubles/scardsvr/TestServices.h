@@ -40,25 +40,24 @@ public:
     zk::ServiceHandle open(const std::string& name, DWORD access) const {
         return zk::ServiceHandle(OpenServiceA(scm(), name.c_str(), access));
     }
-    // Started directly; true once it runs.
-    bool start(const std::string& name = "SCardSvr") const {
-        if (!StartServiceA(open(name, SERVICE_START).get(), 0, nullptr)) return false;
-        while (state(name) == SERVICE_START_PENDING) {
+    // SCardSvr started directly; true once it runs.
+    bool start() const {
+        if (!StartServiceA(open("SCardSvr", SERVICE_START).get(), 0, nullptr)) return false;
+        while (state() == SERVICE_START_PENDING) {
         }
-        return state(name) == SERVICE_RUNNING;
+        return state() == SERVICE_RUNNING;
     }
     DWORD state(const std::string& name = "SCardSvr") const {  // 0 when it cannot be queried
         SERVICE_STATUS status = {};
         return QueryServiceStatus(open(name, SERVICE_QUERY_STATUS).get(), &status) ? status.dwCurrentState : 0;
     }
-    DWORD startType(const std::string& name = "SCardSvr") const {
+    DWORD startType() const {  // of SCardSvr; 0xFFFFFFFF when it cannot be queried
         std::vector<char> buf(8192);
         DWORD needed = 0;
         auto* config = reinterpret_cast<QUERY_SERVICE_CONFIGA*>(buf.data());
-        return QueryServiceConfigA(open(name, SERVICE_QUERY_CONFIG).get(), config, static_cast<DWORD>(buf.size()),
-                                   &needed)
-                   ? config->dwStartType
-                   : 0xFFFFFFFF;
+        const zk::ServiceHandle s = open("SCardSvr", SERVICE_QUERY_CONFIG);
+        return QueryServiceConfigA(s.get(), config, static_cast<DWORD>(buf.size()), &needed) ? config->dwStartType
+                                                                                             : 0xFFFFFFFF;
     }
     SC_HANDLE scm() const { return manager_.get(); }
 
