@@ -2,7 +2,6 @@
 // product's INF packages (with their PNF twins) in the INF folder.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <fstream>
 #include <set>
 
@@ -29,58 +28,48 @@ void writeFile(const std::string& path, const std::string& text, bool readOnly =
     if (readOnly) SetFileAttributesA(path.c_str(), FILE_ATTRIBUTE_READONLY);
 }
 bool fileExists(const std::string& path) { return GetFileAttributesA(path.c_str()) != INVALID_FILE_ATTRIBUTES; }
+
 void removeFile(const std::string& path) {
     SetFileAttributesA(path.c_str(), FILE_ATTRIBUTE_NORMAL);
     DeleteFileA(path.c_str());
 }
 
 // An open handle that shares nothing, so the file cannot be deleted.
-class Lock {
-public:
-    explicit Lock(const std::string& path)
-        : h_(CreateFileA(path.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr)) {}
-    ~Lock() { CloseHandle(h_); }
-
-private:
-    HANDLE h_;
-};
+FileHandle lock(const std::string& path) {
+    return FileHandle(CreateFileA(path.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
+}
 
 std::set<std::string> infNames() {
     std::set<std::string> names;
     WIN32_FIND_DATAA data;
-    HANDLE find = FindFirstFileA((infFolder() + "*").c_str(), &data);
-    if (find == INVALID_HANDLE_VALUE) return names;
-    do names.insert(data.cFileName);
-    while (FindNextFileA(find, &data));
-    FindClose(find);
+    const FindHandle find(FindFirstFileA((infFolder() + "*").c_str(), &data));
+    if (find) do names.insert(data.cFileName);
+        while (FindNextFileA(find.get(), &data));
     return names;
 }
 
 const std::string kCatalogLine = "CatalogFile = bvsup.cat";
 
-TEST(InfText, CatalogLineWithBlankBeforeEqualsMatches) {
-    EXPECT_TRUE(isBrevantInfText(lines(4, "CatalogFile = bvsup.cat"), "bvsup"));
-    EXPECT_TRUE(isBrevantInfText(lines(4, "CATALOGFILE = BVSUP.CAT ; comment"), "BvsUp"));
-    EXPECT_FALSE(isBrevantInfText(lines(4, "CatalogFile=bvsup.cat"), "bvsup"));
-    EXPECT_FALSE(isBrevantInfText(lines(4, "CatalogFile  = bvsup.cat"), "bvsup"));
-    EXPECT_FALSE(isBrevantInfText(lines(4, "CatalogFile = bvsifdh.cat"), "bvsup"));
-    EXPECT_FALSE(isBrevantInfText(lines(4, "; CatalogFile = other.cat, bvsup.inf"), "bvsup"));
-    EXPECT_FALSE(isBrevantInfText("", "bvsup"));
-}
-
-TEST(InfText, OnlyTheFirstTwentyLinesCount) {
-    EXPECT_TRUE(isBrevantInfText(lines(19, kCatalogLine), "bvsup"));
-    EXPECT_FALSE(isBrevantInfText(lines(20, kCatalogLine), "bvsup"));
-}
-
-// A line longer than the 512-byte line buffer is read in pieces, each one
-// counting as a line of its own.
-TEST(InfText, LongLinesAreReadInPieces) {
-    const std::string longLine = "; " + std::string(598, 'x') + "\r\n";  // two pieces
-    EXPECT_TRUE(isBrevantInfText(longLine + lines(17, kCatalogLine), "bvsup"));
-    EXPECT_FALSE(isBrevantInfText(longLine + lines(18, kCatalogLine), "bvsup"));
-    // The catalog name cut off into the next piece is not seen.
-    EXPECT_FALSE(isBrevantInfText(std::string(500, ' ') + kCatalogLine + "\r\n", "bvsup"));
+TEST(InfText, CatalogLineWithOneBlankBeforeEqualsInTheFirstTwentyLines) {
+    // A line longer than the 512-byte line buffer is read in pieces, each one counting as a line.
+    const std::string longLine = "; " + std::string(598, 'x') + "\r\n";
+    const struct {
+        std::string text;
+        bool wanted;
+    } rows[] = {
+        {lines(4, "CATALOGFILE = BVSUP.CAT ; comment"), true},
+        {lines(4, "CatalogFile=bvsup.cat"), false},
+        {lines(4, "CatalogFile  = bvsup.cat"), false},
+        {lines(4, "CatalogFile = bvsifdh.cat"), false},
+        {lines(4, "; CatalogFile = other.cat, bvsup.inf"), false},
+        {"", false},
+        {lines(19, kCatalogLine), true},
+        {lines(20, kCatalogLine), false},
+        {longLine + lines(17, kCatalogLine), true},
+        {longLine + lines(18, kCatalogLine), false},
+        {std::string(500, ' ') + kCatalogLine + "\r\n", false},  // the name is cut off into the next piece
+    };
+    for (const auto& r : rows) EXPECT_EQ(isBrevantInfText(r.text, "BvsUp"), r.wanted) << r.text.substr(0, 120);
 }
 
 class InfFolder : public ::testing::Test {
@@ -110,13 +99,9 @@ TEST_F(InfFolder, DeletesThePackagesInfsWithTheirPnfs) {
     EXPECT_EQ(DeleteBrevantsInfPnf(false, "bvsup"), 0u);
     EXPECT_EQ(infNames(), expected);  // Wine's own INFs and the others are untouched
 
-    const std::string op = "IsBrevantInf()";
-    EXPECT_TRUE(log.hasInOrder({"DeleteBrevantsInfPnf(): entry <time>   pattern=bvsup msi=0",
-                                op + ": entry <time>   file=oem9101.inf pattern=bvsup", op + ": exit  found=1",
-                                "DeleteBrevantInf(): entry <time>   file=oem9101.inf",
-                                "DeleteBrevantInf(): exit  bRet=1", "DeleteBrevantsInfPnf(): exit  rv=0x0"}))
+    EXPECT_TRUE(log.hasInOrder({"IsBrevantInf(): entry <time>   file=oem9101.inf pattern=bvsup",
+                                "DeleteBrevantInf(): entry <time>   file=oem9101.inf", "DeleteBrevantInf(): exit  bRet=1"}))
         << log.dump();
-    EXPECT_TRUE(log.has(op + ": entry <time>   file=bvs9104.inf pattern=bvsup"));
     EXPECT_EQ(log.raw().find("zk9105"), std::string::npos);  // not even opened
     EXPECT_EQ(log.raw().find("Err in"), std::string::npos) << log.dump();  // the missing PNF is silent
 }
@@ -131,7 +116,7 @@ TEST_F(InfFolder, RefusedNamesAndLockedFiles) {
     writeFile(dir + "oem9106.inf", lines(0, kCatalogLine));
     writeFile(dir + "oem9106.pnf", "pnf");
     {
-        Lock lock(dir + "oem9106.inf");
+        const FileHandle locked = lock(dir + "oem9106.inf");
         EXPECT_FALSE(DeleteBrevantInf("oem9106.inf", 0));
     }
     EXPECT_TRUE(fileExists(dir + "oem9106.inf"));
@@ -147,8 +132,7 @@ TEST_F(InfFolder, RefusedNamesAndLockedFiles) {
 
 TEST(SetupFiles, DeletesTheNineStagedFilesOnly) {
     DriverStage stage;
-    const std::string folder = setupFilesFolder();
-    EXPECT_EQ(lstrcmpiA((folder).c_str(), (DriverStage::setupFolder() + "\\").c_str()), 0);
+    const std::string folder = DriverStage::setupFolder() + "\\";
     SetFileAttributesA((folder + "bvsup.sys").c_str(), FILE_ATTRIBUTE_READONLY);
     writeFile(folder + "keep.txt", "not ours");
     LogCapture log;
@@ -156,19 +140,18 @@ TEST(SetupFiles, DeletesTheNineStagedFilesOnly) {
     for (const char* name : {"bvsup", "bvsifdh", "zKSCFLT"})
         for (const char* ext : {".sys", ".inf", ".cat"}) EXPECT_FALSE(fileExists(folder + name + ext)) << name << ext;
     EXPECT_TRUE(fileExists(folder + "keep.txt"));
-    EXPECT_EQ(log.count("DeleteSetupFile(): exit  rv=0x0"), 9);
 
     const LogCapture again;
     DeleteBrevantSetup();  // everything missing: silent
     EXPECT_EQ(again.count("DeleteSetupFile(): exit  rv=0x2"), 9);
-    EXPECT_EQ(again.raw().find("Err in"), std::string::npos);
+    EXPECT_EQ(again.raw().find("Err in"), std::string::npos) << again.dump();
 }
 
 TEST(SetupFiles, LockedFileIsReportedAndKept) {
     const std::string path = windowsDirectory() + "\\temp-zk-locked.sys";
     writeFile(path, "x");
     {
-        Lock lock(path);
+        const FileHandle locked = lock(path);
         LogCapture log;
         EXPECT_EQ(DeleteSetupFile(path), static_cast<DWORD>(ERROR_SHARING_VIOLATION));
         EXPECT_TRUE(log.has("Err in DeleteSetupFile(), Cannot delete file: " + path + ", err=0x20")) << log.dump();
@@ -187,8 +170,7 @@ TEST(SetupFiles, ReadOnlySettingsFileIsDeleted) {
     EXPECT_TRUE(log.has("Trace in zkPassIniDelete(), clean read-only attribute on file: " + ini)) << log.dump();
     const LogCapture again;
     zkPassIniDelete();
-    EXPECT_EQ(again.lines(), (std::vector<std::string>{" ", "zkPassIniDelete(): entry <time>  ",
-                                                       "zkPassIniDelete(): exit "}));
+    EXPECT_EQ(again.raw().find(" in "), std::string::npos) << again.dump();
 }
 
 class InstalledDrivers : public ::testing::Test {
@@ -214,10 +196,8 @@ TEST_F(InstalledDrivers, PackageRunLeavesTokenAndReaderServices) {
     LogCapture log;
     EXPECT_TRUE(DeleteBrevantDrivers(true, true));
     for (const auto& name : names) EXPECT_FALSE(fileExists(installedDriversFolder() + name + ".sys")) << name;
-    EXPECT_TRUE(service("BVSIFDH"));
-    EXPECT_TRUE(service("BVSUP"));
+    EXPECT_TRUE(service("BVSIFDH") && service("BVSUP"));
     EXPECT_FALSE(service("zKSCFLT"));
-    EXPECT_TRUE(log.has("DeleteBrevantDrivers(): entry <time>   msi=1"));
     EXPECT_TRUE(log.has("Trace in DeleteBrevantDrivers(), clean read-only attribute on file: " +
                         installedDriversFolder() + "bvsup.sys"))
         << log.dump();
@@ -229,14 +209,11 @@ TEST_F(InstalledDrivers, OwnRunRemovesEveryDriverService) {
     LogCapture log;
     EXPECT_TRUE(DeleteBrevantDrivers(false, true));
     for (const auto& name : names) EXPECT_FALSE(service(name)) << name;
-    EXPECT_TRUE(log.hasInOrder({"DeleteBrevantDrivers(): entry <time>   msi=0",
-                                "DeleteDriverFromReg(): entry <time>   driverName=BVSIFDH, isMinimalHW=1",
+    EXPECT_TRUE(log.hasInOrder({"DeleteDriverFromReg(): entry <time>   driverName=BVSIFDH, isMinimalHW=1",
                                 "DeleteDriverFromReg(): entry <time>   driverName=zKSCFLT, isMinimalHW=1",
-                                "DeleteDriverFromReg(): entry <time>   driverName=BVSUP, isMinimalHW=1",
-                                "DeleteBrevantDrivers(): exit  bRet=1"}))
+                                "DeleteDriverFromReg(): entry <time>   driverName=BVSUP, isMinimalHW=1"}))
         << log.dump();
-    // Missing files are not an error.
-    const LogCapture again;
+    const LogCapture again;  // missing files are not an error
     DeleteBrevantDrivers(false, true);
     EXPECT_EQ(again.raw().find("Err in"), std::string::npos) << again.dump();
 }

@@ -51,63 +51,46 @@ protected:
         writeString(HKEY_LOCAL_MACHINE, path, "ClassGUID", kReaderClass);
         if (service) writeString(HKEY_LOCAL_MACHINE, path, "Service", service);
     }
-    static bool exists(const std::string& path) { return keyExists(HKEY_LOCAL_MACHINE, path); }
 
+    static void expectKeys(const std::vector<std::string>& kept, const std::vector<std::string>& gone) {
+        for (const auto& key : kept) EXPECT_TRUE(keyExists(HKEY_LOCAL_MACHINE, key)) << key;
+        for (const auto& key : gone) EXPECT_FALSE(keyExists(HKEY_LOCAL_MACHINE, key)) << key;
+    }
     bool usbExisted_ = false;
+    Win2KCoreInstaller installer;
 };
 
 TEST_F(VidPidKeys, UnrecognizedOnlyDeletesInstancesWithoutService) {
     const std::string daclBefore = usbDacl();
     ASSERT_FALSE(daclBefore.empty());
-    Win2KCoreInstaller installer;
     LogCapture log;
     EXPECT_EQ(installer.cleanOldVidPids(true), 0);
 
-    EXPECT_FALSE(exists(kToken + "\\ZKEMPTY"));
-    EXPECT_FALSE(exists(kToken + "\\ZKNOSVC"));
-    EXPECT_FALSE(exists(kOtherPid + "\\ZKOTHER"));
-    EXPECT_TRUE(exists(kToken + "\\ZKOWN"));
-    EXPECT_TRUE(exists(kOtherPid + "\\ZKFOREIGN"));
-    EXPECT_TRUE(exists(kOtherVendor + "\\XYEMPTY"));
-    // The widened access is undone.
+    expectKeys({kToken + "\\ZKOWN", kOtherPid + "\\ZKFOREIGN", kOtherVendor + "\\XYEMPTY"},
+               {kToken + "\\ZKEMPTY", kToken + "\\ZKNOSVC", kOtherPid + "\\ZKOTHER"});
     EXPECT_EQ(usbDacl(), daclBefore);
 
-    const std::string empty = "\tkey=HKLM/" + kToken + "\\ZKEMPTY service=";
-    EXPECT_TRUE(log.hasInOrder({" ", kOp + ": entry <time>   bUnrecognizedOnly=1", trace("found VID_7A3C"),
-                                trace(empty), trace("   Empty service found."),
-                                trace("   !!! Delete Unrecognized Zenkey !!!"), trace("   deleteAllSubKeys()"),
-                                trace("found VID_7A3C"), trace("check for unrecognized VID_PID: VID_7A3C&PID_0042"),
-                                kOp + ": exit , rv=0x0"}))
+    EXPECT_TRUE(log.hasInOrder({trace("\tkey=HKLM/" + kToken + "\\ZKEMPTY service="), trace("   Empty service found."),
+                                trace("   !!! Delete Unrecognized Zenkey !!!"),
+                                trace("check for unrecognized VID_PID: VID_7A3C&PID_0042")}))
         << log.dump();
-    EXPECT_TRUE(log.has(trace("\tkey=HKLM/" + kToken + "\\ZKOWN service=BVSUP")));
-    EXPECT_TRUE(log.has(trace("\tkey=HKLM/" + kOtherPid + "\\ZKFOREIGN service=usbccgp")));
     EXPECT_EQ(log.count(trace("   !!! Delete Unrecognized Zenkey !!!")), 3);
-    EXPECT_EQ(log.count(trace("found VID_7A3C")), 2);
-    EXPECT_EQ(log.raw().find("VID_1234"), std::string::npos);
 }
 
 TEST_F(VidPidKeys, FullCleanAlsoDeletesTheTokenDriversInstances) {
-    Win2KCoreInstaller installer;
     LogCapture log;
     EXPECT_EQ(installer.cleanOldVidPids(false), 0);
-    EXPECT_FALSE(exists(kToken + "\\ZKOWN"));
-    EXPECT_FALSE(exists(kToken + "\\ZKEMPTY"));
-    EXPECT_TRUE(exists(kOtherPid + "\\ZKFOREIGN"));
-    EXPECT_TRUE(exists(kOtherVendor + "\\XYEMPTY"));
+    expectKeys({kOtherPid + "\\ZKFOREIGN", kOtherVendor + "\\XYEMPTY"}, {kToken + "\\ZKOWN", kToken + "\\ZKEMPTY"});
     EXPECT_EQ(log.count(trace("   deleteAllSubKeys()")), 4) << log.dump();
 }
 
 // Without any USB device the USB key does not exist (a fresh system).
 TEST_F(VidPidKeys, MissingUsbKeyIsReported) {
     TearDown();
-    if (exists(kUsb)) GTEST_SKIP() << "the prefix holds other USB devices";
-    Win2KCoreInstaller installer;
+    if (keyExists(HKEY_LOCAL_MACHINE, kUsb)) GTEST_SKIP() << "the prefix holds other USB devices";
     LogCapture log;
     EXPECT_EQ(installer.cleanOldVidPids(true), ERROR_FILE_NOT_FOUND);
-    EXPECT_EQ(log.lines(), (std::vector<std::string>{
-                               " ", kOp + ": entry <time>   bUnrecognizedOnly=1",
-                               "Err in " + kOp + ", !!! openChangeAcess Failed on Enum\\USB registry key !!!",
-                               kOp + ": exit , rv=0x2"}));
+    EXPECT_TRUE(log.has("Err in " + kOp + ", !!! openChangeAcess Failed on Enum\\USB registry key !!!")) << log.dump();
 }
 
 }  // namespace
