@@ -8,7 +8,7 @@
 //                            GetStatusChange:<reader>, ListCardsSize, ListCardsData
 // and the stand-in records what it was asked:
 //   Calls\<function>         REG_DWORD number of calls (Established/Released count contexts)
-//   Calls\LastScope, LastTimeout, LastCurrentState
+//   Calls\LastScope, LastCurrentState
 #include <windows.h>
 
 #include <cstdio>
@@ -34,17 +34,12 @@ constexpr LONG kInsufficientBuffer = static_cast<LONG>(0x80100008);
 constexpr LONG kInvalidHandle = static_cast<LONG>(0x80100003);
 constexpr DWORD kStateChanged = 0x2, kStateEmpty = 0x10, kStatePresent = 0x20;
 
-bool readValue(const char* sub, const std::string& name, DWORD& type, std::string& data) {
-    HKEY key = nullptr;
+bool readValue(const char* sub, const std::string& name, std::string& data) {
     const std::string path = std::string(kRoot) + (sub[0] ? "\\" : "") + sub;
-    if (RegOpenKeyExA(HKEY_LOCAL_MACHINE, path.c_str(), 0, KEY_READ, &key) != ERROR_SUCCESS) return false;
     DWORD size = 0;
-    LONG rv = RegQueryValueExA(key, name.c_str(), nullptr, &type, nullptr, &size);
+    if (RegGetValueA(HKEY_LOCAL_MACHINE, path.c_str(), name.c_str(), RRF_RT_ANY, nullptr, nullptr, &size)) return false;
     data.assign(size, '\0');
-    if (rv == ERROR_SUCCESS && size)
-        rv = RegQueryValueExA(key, name.c_str(), nullptr, &type, reinterpret_cast<BYTE*>(&data[0]), &size);
-    RegCloseKey(key);
-    return rv == ERROR_SUCCESS;
+    return !size || !RegGetValueA(HKEY_LOCAL_MACHINE, path.c_str(), name.c_str(), RRF_RT_ANY, nullptr, &data[0], &size);
 }
 
 DWORD readDword(const char* sub, const std::string& name, DWORD fallback) {
@@ -55,12 +50,8 @@ DWORD readDword(const char* sub, const std::string& name, DWORD fallback) {
 }
 
 void writeDword(const std::string& name, DWORD value) {
-    HKEY key = nullptr;
-    const std::string path = std::string(kRoot) + "\\Calls";
-    if (RegCreateKeyExA(HKEY_LOCAL_MACHINE, path.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &key, nullptr))
-        return;
-    RegSetValueExA(key, name.c_str(), 0, REG_DWORD, reinterpret_cast<const BYTE*>(&value), sizeof value);
-    RegCloseKey(key);
+    RegSetKeyValueA(HKEY_LOCAL_MACHINE, (std::string(kRoot) + "\\Calls").c_str(), name.c_str(), REG_DWORD, &value,
+                    sizeof value);
 }
 
 void count(const char* name) { writeDword(name, readDword("Calls", name, 0) + 1); }
@@ -123,28 +114,24 @@ LONG WINAPI SCardReleaseContext(Context context) {
 }
 
 LONG WINAPI SCardListReadersA(Context, const char*, char* buffer, DWORD* length) {
-    count("ListReaders");
-    DWORD type = 0;
     std::string data;
-    if (!readValue("", "Readers", type, data)) {
+    if (!readValue("", "Readers", data)) {
         const LONG rv = forced(buffer ? "ListReadersData" : "ListReadersSize", kNoReaders);
         return rv ? rv : kNoReaders;
     }
     return answer(multiString(data), "ListReadersSize", "ListReadersData", buffer, length);
 }
 
-LONG WINAPI SCardGetStatusChangeA(Context, DWORD timeout, ReaderState* states, DWORD n) {
+LONG WINAPI SCardGetStatusChangeA(Context, DWORD, ReaderState* states, DWORD n) {
     count("GetStatusChange");
-    writeDword("LastTimeout", timeout);
     for (DWORD i = 0; i < n; ++i) {
         ReaderState& s = states[i];
         writeDword("LastCurrentState", s.dwCurrentState);
         LONG rv = forced("GetStatusChange");
         if (!rv) rv = forced(std::string("GetStatusChange:") + s.szReader);
         if (rv) return rv;
-        DWORD type = 0;
         std::string atr;
-        if (readValue("Present", s.szReader, type, atr)) {
+        if (readValue("Present", s.szReader, atr)) {
             s.dwEventState = kStatePresent | kStateChanged;
             s.cbAtr = static_cast<DWORD>(atr.size() < sizeof s.rgbAtr ? atr.size() : sizeof s.rgbAtr);
             std::memcpy(s.rgbAtr, atr.data(), s.cbAtr);
@@ -157,13 +144,11 @@ LONG WINAPI SCardGetStatusChangeA(Context, DWORD timeout, ReaderState* states, D
 }
 
 LONG WINAPI SCardListCardsA(Context, const BYTE* atr, const void*, DWORD, char* buffer, DWORD* length) {
-    count("ListCards");
     // The names are stored under the hex of the ATR; the longest match wins.
     std::string names(1, '\0');
     for (size_t n = 36; atr && n > 0; --n) {
-        DWORD type = 0;
         std::string data;
-        if (readValue("Cards", hexOf(atr, n), type, data)) {
+        if (readValue("Cards", hexOf(atr, n), data)) {
             names = multiString(data);
             break;
         }
