@@ -110,14 +110,10 @@ const char* const kReaderKeys[] = {"BVS VR 0", "Reader BVS 1", "BVS ifdh 0", "BV
 class CalaisReaders : public ::testing::Test {
 protected:
     void SetUp() override { existed = keyExists(HKEY_LOCAL_MACHINE, kCalais); }
-    void TearDown() override {
-        for (const char* name : kReaderKeys) zktest::deleteTree(HKEY_LOCAL_MACHINE, std::string(kCalais) + "\\" + name);
-        if (!existed) {
-            zktest::deleteTree(HKEY_LOCAL_MACHINE, kCalais);
-        } else if (!keyExists(HKEY_LOCAL_MACHINE, kCalais)) {  // made again, empty
-            zktest::writeString(HKEY_LOCAL_MACHINE, kCalais, "zkTmp", "");
-            zktest::deleteValue(HKEY_LOCAL_MACHINE, kCalais, "zkTmp");
-        }
+    void TearDown() override {  // Wine's prefix has an empty Readers key: made again, empty
+        zktest::deleteTree(HKEY_LOCAL_MACHINE, kCalais);
+        if (existed) zktest::writeString(HKEY_LOCAL_MACHINE, kCalais, "zkTmp", "");
+        if (existed) zktest::deleteValue(HKEY_LOCAL_MACHINE, kCalais, "zkTmp");
     }
     static std::string reader(const std::string& name) { return std::string(kCalais) + "\\" + name; }
     bool existed = false;
@@ -133,7 +129,7 @@ TEST_F(CalaisReaders, OnlyKeysWithTheProductPrefixGo) {
             << name;
     EXPECT_EQ(log.raw().find(" in "), std::string::npos) << log.dump();
 
-    // Without the Readers key (Wine's prefix has an empty one, made again afterwards).
+    // Without the Readers key.
     zktest::deleteTree(HKEY_LOCAL_MACHINE, kCalais);
     LogCapture missing;
     cleanupAfterScardSvr();

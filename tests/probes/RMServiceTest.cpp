@@ -89,21 +89,6 @@ protected:
     ScardSvrService service;
 };
 
-TEST_F(RMBehaveSession, WorkingResourceManagerStartsTheServiceAndStaysQuiet) {
-    rm.readers({"BVS VR 0"});
-    TestSession session(TestSession::Ui::Scripted);
-    const int before = TestSession::messageCount();
-    LogCapture log;
-    installer.check_RM_behave(session.handle());
-    EXPECT_EQ(TestSession::messageCount(), before);
-    EXPECT_EQ(service.state(), static_cast<DWORD>(SERVICE_RUNNING));
-    EXPECT_TRUE(log.hasInOrder({"Trace in Win2KCoreInstaller::check_RM_behave(), Start RM to check if configured "
-                                "properly.",
-                                "Trace in Win2KCoreInstaller::check_RM_behave(), checkRMbehave to "
-                                "SCardEstablishContext."}))
-        << log.dump();
-}
-
 TEST_F(RMBehaveSession, FailingContextShowsThePropertyText) {
     rm.fail("EstablishContext", 0x80100001);
     TestSession session(TestSession::Ui::Scripted, IDCANCEL);
@@ -117,23 +102,31 @@ TEST_F(RMBehaveSession, FailingContextShowsThePropertyText) {
         << log.dump();
 }
 
-TEST_F(RMBehaveSession, WrongAccountWarnsWithTheDefaultTextWithoutStarting) {
+TEST_F(RMBehaveSession, WrongAccountWarnsWithTheDefaultTextWorkingOneStartsTheServiceQuietly) {
+    const std::string start = "Trace in Win2KCoreInstaller::check_RM_behave(), Start RM to check if configured properly.";
     service.setObjectName("LocalSystem");
     TestSession session(TestSession::Ui::Scripted);
     LogCapture log;
     installer.check_RM_behave(session.handle());
     EXPECT_EQ(TestSession::lastMessage(), kDefaultText);
     EXPECT_EQ(service.state(), static_cast<DWORD>(SERVICE_STOPPED));
-    EXPECT_FALSE(log.has("Trace in Win2KCoreInstaller::check_RM_behave(), Start RM to check if configured properly."));
+    EXPECT_FALSE(log.has(start));
     EXPECT_TRUE(log.has("Warn in Win2KCoreInstaller::check_RM_behave(), getPropStrVal(RM_CONFIG_DLG) returns empty "
                         "value, leave string as default."))
         << log.dump();
-
     const int before = TestSession::messageCount();
-    LogCapture noSession;  // no session: no message
-    installer.check_RM_behave(0);
+    installer.check_RM_behave(0);  // no session: no message
     EXPECT_EQ(TestSession::messageCount(), before);
-    EXPECT_FALSE(noSession.has("Trace in Win2KCoreInstaller::check_RM_behave(), call getPropStrVal(RM_CONFIG_DLG)"));
+
+    service.setObjectName("NT AUTHORITY\\LocalService");
+    rm.readers({"BVS VR 0"});
+    LogCapture working;
+    installer.check_RM_behave(session.handle());
+    EXPECT_EQ(TestSession::messageCount(), before);
+    EXPECT_EQ(service.state(), static_cast<DWORD>(SERVICE_RUNNING));
+    EXPECT_TRUE(working.hasInOrder(
+        {start, "Trace in Win2KCoreInstaller::check_RM_behave(), checkRMbehave to SCardEstablishContext."}))
+        << working.dump();
 }
 
 }  // namespace

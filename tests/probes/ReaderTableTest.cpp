@@ -149,7 +149,8 @@ TEST_F(ReaderTable, OddReaderLists) {
     DWORD bTokenPresent = 1;
     LogCapture empty;
     EXPECT_EQ(isTokenPresent(bTokenPresent), SCARD_S_SUCCESS);
-    EXPECT_TRUE(bTokenPresent == 0 && empty.has("Trace in ::isTokenPresent, SCardListReaders(), found 0 readers")) << empty.dump();
+    EXPECT_EQ(bTokenPresent, 0u);
+    EXPECT_TRUE(empty.has("Trace in ::isTokenPresent, SCardListReaders(), found 0 readers")) << empty.dump();
 
     const std::string longName = "BVS VR " + std::string(3000, 'x');
     std::vector<std::string> many = {longName};
