@@ -11,18 +11,6 @@ void Win2KCoreInstaller::core_install(UINT readers, bool bAddFakeReader, UINT& r
     logExit(op) << " rebootMode=" << rebootMode;
 }
 
-void Win2KCoreInstaller::core_uninstall(UINT uiLevel, UINT& rebootMode, bool bMinimalHw, bool bMsi) {
-    static const char* const op = "Win2KCoreInstaller::core_uninstall()";
-    logEntry(op) << " uiLevel=" << uiLevel << " bMinimalHw=" << bMinimalHw << " bMsi=" << bMsi;
-    logExit(op) << " rebootMode=" << rebootMode;
-}
-
-void Win2KCoreInstaller::core_force_clearance_uninstall(bool bMsi, UINT& rebootIndicator, UINT /*reserved*/) {
-    static const char* const op = "Win2KCoreInstaller::core_force_clearance_uninstall()";
-    logEntry(op) << " bMsi=" << bMsi;
-    logExit(op) << " reboot=" << rebootIndicator;
-}
-
 void Win2KCoreInstaller::core_add_readers(UINT count, UINT& rebootMode) {
     static const char* const op = "Win2KCoreInstaller::core_add_readers()";
     logEntry(op) << " add=" << count << " rebootMode=" << rebootMode;

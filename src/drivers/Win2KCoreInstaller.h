@@ -63,6 +63,10 @@ public:
     // Deletes stale USB instance keys of the product's vendor id.
     LONG cleanOldVidPids(bool bUnrecognizedOnly);
 
+    // Virtual reader devices and the driver upgrade of present devices.
+
+    // Uninstall sequences and the registry clean-up.
+
     // Bound state (null until installerInit), readable by the operations and tests.
     ServiceHandle m_hSCManager;
     Module m_hNewdev;

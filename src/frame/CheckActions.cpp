@@ -1,5 +1,5 @@
-// Check actions (reboot, rollback, uninstall, resource manager) and the
-// reader-count actions.
+// Check actions (reboot, rollback, resource manager) and the reader-count
+// actions.
 #include <cstdlib>
 
 #include "frame/ActionFrame.h"
@@ -22,10 +22,6 @@ UINT WINAPI CoreCheckRollback(MSIHANDLE) {
         }
         return 0;
     });
-}
-
-UINT WINAPI CoreCheckUninstall(MSIHANDLE) {
-    return runAction({"CoreCheckUninstall", false}, []() -> UINT { return 0; });
 }
 
 UINT WINAPI CoreCheckRMbehave(MSIHANDLE) {
