@@ -31,5 +31,7 @@ private:
 // (exact, case-insensitive).
 std::vector<std::string> devicesWithId(const std::string& hardwareId = {});
 bool deviceExists(const std::string& instanceId);
+// A text property (SPDRP_SERVICE, SPDRP_MFG, ...) of the device; "" when unreadable.
+std::string deviceProperty(const std::string& instanceId, DWORD property);
 
 }  // namespace zktest

@@ -1,4 +1,4 @@
-#include "removal/TestDevices.h"
+#include "support/TestDevices.h"
 
 #include <setupapi.h>
 #include <newdev.h>
@@ -104,6 +104,18 @@ bool deviceExists(const std::string& instanceId) {
     for (const auto& id : devicesWithId())
         if (lstrcmpiA(id.c_str(), instanceId.c_str()) == 0) return true;
     return false;
+}
+
+std::string deviceProperty(const std::string& id, DWORD property) {
+    std::string value;
+    forEachDevice([&](HDEVINFO set, SP_DEVINFO_DATA& element) {
+        char text[512] = {};
+        if (lstrcmpiA(instanceId(set, element).c_str(), id.c_str()) == 0 &&
+            SetupDiGetDeviceRegistryPropertyA(set, &element, property, nullptr, reinterpret_cast<BYTE*>(text),
+                                              sizeof(text) - 1, nullptr))
+            value = text;
+    });
+    return value;
 }
 
 }  // namespace zktest
