@@ -106,16 +106,19 @@ bool deviceExists(const std::string& instanceId) {
     return false;
 }
 
-std::string deviceProperty(const std::string& id, DWORD property) {
-    std::string value;
+void withDevice(const std::string& id, const std::function<void(HDEVINFO, SP_DEVINFO_DATA&)>& each) {
     forEachDevice([&](HDEVINFO set, SP_DEVINFO_DATA& element) {
-        char text[512] = {};
-        if (lstrcmpiA(instanceId(set, element).c_str(), id.c_str()) == 0 &&
-            SetupDiGetDeviceRegistryPropertyA(set, &element, property, nullptr, reinterpret_cast<BYTE*>(text),
-                                              sizeof(text) - 1, nullptr))
-            value = text;
+        if (lstrcmpiA(instanceId(set, element).c_str(), id.c_str()) == 0) each(set, element);
     });
-    return value;
+}
+
+std::string deviceProperty(const std::string& id, DWORD property) {
+    char text[512] = {};
+    withDevice(id, [&](HDEVINFO set, SP_DEVINFO_DATA& element) {
+        SetupDiGetDeviceRegistryPropertyA(set, &element, property, nullptr, reinterpret_cast<BYTE*>(text),
+                                          sizeof(text) - 1, nullptr);
+    });
+    return text;
 }
 
 }  // namespace zktest
