@@ -21,7 +21,6 @@ namespace zktest {
 
 inline std::string trace(const std::string& op, const std::string& text) { return "Trace in " + op + ", " + text; }
 
-// The reader class "UpperFilters" as raw REG_MULTI_SZ bytes.
 inline std::string upperFilters() {
     DWORD type = 0;
     std::string bytes;
@@ -29,21 +28,14 @@ inline std::string upperFilters() {
     return bytes;
 }
 
-inline void removeReaderDevices() {
-    zk::Win2KCoreInstaller installer;
-    UINT removed = 0;
-    installer.removePNPDevice("*BVS0001", 0, removed);
-    installer.removePNPDevice("*bvs0009", 0, removed);
-}
-
 class InstallRoad : public ::testing::Test {
 protected:
-    InstallRoad() {
-        removeReaderDevices();
-        service.emplace();
-        service->start();
+    InstallRoad() { service->start(); }
+    ~InstallRoad() override { removeAll(); }
+    static void removeAll() {
+        UINT removed = 0;
+        for (const char* id : {"*BVS0001", "*bvs0009"}) zk::Win2KCoreInstaller().removePNPDevice(id, 0, removed);
     }
-    ~InstallRoad() override { removeReaderDevices(); }
     static void expectDevices(size_t readers, size_t fakes) {
         EXPECT_EQ(devicesWithId("*BVS0001").size(), readers);
         EXPECT_EQ(devicesWithId("*BVS0009").size(), fakes);
@@ -51,7 +43,7 @@ protected:
 
     DriverStage stage;
     Scenario rm;
-    std::optional<ScardSvrService> service;
+    std::optional<ScardSvrService> service{std::in_place};
     zk::Win2KCoreInstaller installer;
 };
 
