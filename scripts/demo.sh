@@ -23,13 +23,13 @@ cp build/mingw/tests/fixtures/drivers/package/* "$setup/"
 echo "Staged driver packages in C:\\windows\\system32\\setup\\Brevant\\Zenkey:" $(ls "$setup")
 
 echo
-echo "== zkrun CoreInstall 0 5 3 0 out 0 0 s:1   (three readers, no fake reader, clear-registry choice 1)"
+echo "== zkrun CoreInstall 0 5 3 0 out 0 0 s:1   (three readers, clear-registry choice 1; Wine reports Windows 7, so the fake reader is added)"
 scripts/wine-run.sh build/mingw/zkrun.exe --log CoreInstall 0 5 3 0 out 0 0 s:1 > /tmp/zk-demo.$$ 2>&1 || true
 grep -E '^(result|out)' /tmp/zk-demo.$$
 
 echo
 echo "== Devices (HKLM\\SYSTEM\\CurrentControlSet\\Enum\\ROOT\\SMARTCARDREADER)"
-reg query 'HKLM\SYSTEM\CurrentControlSet\Enum\ROOT\SMARTCARDREADER' /s | grep -E 'SMARTCARDREADER\\|HardwareID|Service'
+reg query 'HKLM\SYSTEM\CurrentControlSet\Enum\ROOT\SMARTCARDREADER' /s | grep -iE 'SMARTCARDREADER\\[0-9]+$|HardwareID|Service'
 echo
 echo "== Services"
 for s in bvsifdh zKSCFLT SCardSvr; do reg query "HKLM\\SYSTEM\\CurrentControlSet\\Services\\$s" /v ImagePath | grep -E 'Services|ImagePath' || echo "$s: not registered"; done

@@ -57,6 +57,7 @@ TEST_F(InstallRoad, ReaderCountAndFakeReaderAreReconciledWithTheResourceManager)
         EXPECT_EQ(install(row.data ? session.handle() : 0, row.asked, row.fakeArg), 0u);
         expectDevices(row.readers, row.fakes);
         EXPECT_NE(log.raw().find(row.line), std::string::npos) << log.dump();
+        EXPECT_TRUE(!service || service->state() == SERVICE_RUNNING);
         EXPECT_TRUE(&row != rows || upperFilters().find("zKSCFLT") == std::string::npos);  // minimal hardware
     }
     for (const auto& id : devicesWithId("*BVS0001")) EXPECT_EQ(deviceProperty(id, SPDRP_SERVICE), "bvsifdh");
