@@ -19,8 +19,6 @@
 
 namespace zktest {
 
-inline std::string trace(const std::string& op, const std::string& text) { return "Trace in " + op + ", " + text; }
-
 inline std::string upperFilters() {
     DWORD type = 0;
     std::string bytes;
