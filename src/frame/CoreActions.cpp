@@ -46,6 +46,7 @@ UINT scheduledReaders(msiWrapper& msi, MSIHANDLE hInstall, UINT readers) {
 
 UINT installBody(MSIHANDLE hInstall, UINT uilevel, UINT nPropReaders, UINT bAddFakeReader, UINT* rebootMode,
                  UINT isUpgrade, UINT upgradeVersion, const char* clearReg) {
+    Logger::get().writeVersionLine();
     const int platform = getPlatform();
     UINT choice = kNoChoice;
     if (clearReg && *clearReg) {
