@@ -1,6 +1,8 @@
 // The log file, its line layout, the version line and the echo window.
 #include <gtest/gtest.h>
 
+#include <fstream>
+
 #include "frame/Logger.h"
 #include "frame/Win32.h"
 #include "support/TestLog.h"
@@ -130,6 +132,28 @@ TEST(Logging, UnopenableLogChangesNoResult) {
     EXPECT_NE(run.output.find("out[2]=0"), std::string::npos) << run.output;
     EXPECT_NE(run2.output.find("result=0 (0x0)"), std::string::npos) << run2.output;
     EXPECT_EQ(log.raw(), "");
+}
+
+// A log planted as a link to another file is refused: the file is left alone.
+TEST(Logging, LinkedLogIsRefused) {
+    // CMake planted zKCoreInst.log there as a symbolic link to target.txt.
+    const std::string links = zktest::env("ZK_LOG_LINK_DIR") + "\\";
+    const std::string target = links + "target.txt";
+    const std::string hard = links + "hard\\";
+    CreateDirectoryA(hard.c_str(), nullptr);
+    DeleteFileA((hard + kLogFileName).c_str());
+    std::ofstream(target, std::ios::binary) << "kept";
+    ASSERT_TRUE(CreateHardLinkA((hard + kLogFileName).c_str(), target.c_str(), nullptr));
+    char saved[MAX_PATH] = {};
+    GetEnvironmentVariableA("TMP", saved, MAX_PATH);
+    for (const std::string& temp : {links, hard}) {
+        SetEnvironmentVariableA("TMP", temp.c_str());
+        const auto run = zktest::runRunner("CoreCheckRollback 0");
+        EXPECT_NE(run.output.find("result=0 (0x0)"), std::string::npos) << run.output;
+        EXPECT_EQ(zktest::readFileFrom(target, 0), "kept") << temp;
+    }
+    SetEnvironmentVariableA("TMP", saved);
+    DeleteFileA((hard + kLogFileName).c_str());
 }
 
 }  // namespace
