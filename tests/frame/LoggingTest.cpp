@@ -7,6 +7,7 @@
 #include "frame/Win32.h"
 #include "support/TestLog.h"
 #include "support/TestProcess.h"
+#include "support/TestRegistry.h"
 
 using namespace zk;
 using zktest::LogCapture;
@@ -59,15 +60,31 @@ TEST(Logging, VersionLineWithoutTheSystemCopy) {
         << log.dump();
 }
 
+std::string versionLine() {
+    return systemDll() + " version:" + std::to_string(ZK_VERSION_MAJOR) + "." + std::to_string(ZK_VERSION_MINOR) +
+           " (build " + std::to_string(ZK_VERSION_BUILD) + ")";
+}
+
 TEST(Logging, VersionLineReadsTheSystemCopysVersionResource) {
     ASSERT_TRUE(CopyFileA(zktest::env("ZK_DLL").c_str(), systemDll().c_str(), FALSE));
     LogCapture log;
     Logger::get().writeVersionLine();
     DeleteFileA(systemDll().c_str());
-    const std::string version = std::to_string(ZK_VERSION_MAJOR) + "." + std::to_string(ZK_VERSION_MINOR) +
-                                " (build " + std::to_string(ZK_VERSION_BUILD) + ")";
-    EXPECT_EQ(log.lines(), (std::vector<std::string>{systemDll() + " version:" + version, " "}))
-        << log.dump();
+    EXPECT_EQ(log.lines(), (std::vector<std::string>{versionLine(), " "})) << log.dump();
+}
+
+// A forged version.dll planted beside the host program is not the one the
+// library uses. Wine is told to prefer such a copy for this host, as Windows does.
+TEST(Logging, VersionDllBesideTheHostIsNotUsed) {
+    const std::string planted = zktest::env("ZK_FIXTURES") + "\\doubles\\planted\\planted-host.exe";
+    ASSERT_TRUE(CopyFileA(zktest::env("ZK_RUNNER").c_str(), planted.c_str(), FALSE));
+    zktest::writeString(HKEY_CURRENT_USER, "Software\\Wine\\AppDefaults\\planted-host.exe\\DllOverrides", "version",
+                        "native,builtin");
+    ASSERT_TRUE(CopyFileA(zktest::env("ZK_DLL").c_str(), systemDll().c_str(), FALSE));
+    LogCapture log;
+    zktest::runProcess("\"" + planted + "\" --dll \"" + zktest::env("ZK_DLL") + "\" CoreCheckRollback 0");
+    DeleteFileA(systemDll().c_str());
+    EXPECT_TRUE(log.has(versionLine())) << log.dump();
 }
 
 TEST(Logging, EchoWindowShowsTheLatestLineUntilItIsDestroyed) {
