@@ -54,11 +54,11 @@ bool isBrevantInfText(const std::string& text, const std::string& pattern) {
 bool IsBrevantInf(const std::string& name, const std::string& pattern) {
     static const char* const op = "IsBrevantInf()";
     if (!hasProductPrefix(name)) return false;
-    logEntry(op) << " file=" << name << " pattern=" << pattern;
+    logEntry(op) << " file=" << outside(name) << " pattern=" << pattern;
     const std::string path = infFolder() + name;
     std::ifstream in(path, std::ios::binary);
     if (!in) {
-        LogLine(Level::Err, op) << "Cannot open file: " << path;
+        LogLine(Level::Err, op) << "Cannot open file: " << outside(path);
         logExit(op) << " found=" << false;
         return false;
     }
@@ -72,16 +72,16 @@ bool IsBrevantInf(const std::string& name, const std::string& pattern) {
 
 bool DeleteBrevantInf(const std::string& name, int /*flag*/) {
     static const char* const op = "DeleteBrevantInf()";
-    logEntry(op) << " file=" << name;
+    logEntry(op) << " file=" << outside(name);
     const size_t dot = upperCase(name).find(".INF");
     if (dot == std::string::npos) {
-        LogLine(Level::Err, op) << "failure on file - not .inf type: " << name;
+        LogLine(Level::Err, op) << "failure on file - not .inf type: " << outside(name);
         logExit(op) << " bRet=" << false;
         return false;
     }
     const std::string path = infFolder() + name;
     if (name.find_first_of("\\/:*?\"<>|") != std::string::npos || path.size() >= MAX_PATH) {
-        LogLine(Level::Err, op) << "illegal name: " << name;
+        LogLine(Level::Err, op) << "illegal name: " << outside(name);
         logExit(op) << " bRet=" << false;
         return false;
     }

@@ -55,14 +55,14 @@ int getFileVersion(const std::string& path, DWORD& major, DWORD& minor, DWORD& b
 
 bool IsFileExist(const std::string& path) {
     static const char* const op = "IsFileExist";
-    logEntry(op) << " file=" << path;
+    logEntry(op) << " file=" << outside(path);
     bool exists = GetFileAttributesA(path.c_str()) != INVALID_FILE_ATTRIBUTES;
     if (!exists) {
         DWORD err = GetLastError();
         if (err == ERROR_FILE_NOT_FOUND) {
-            LogLine(Level::Err, op) << "ERROR_FILE_NOT_FOUND file=" << path;
+            LogLine(Level::Err, op) << "ERROR_FILE_NOT_FOUND file=" << outside(path);
         } else {
-            LogLine(Level::Err, op) << "GetFileAttributes, (\"Installation failed\" messageBox) file=" << path
+            LogLine(Level::Err, op) << "GetFileAttributes, (\"Installation failed\" messageBox) file=" << outside(path)
                                     << " failed 0x" << hex(err);
         }
         SetLastError(err);

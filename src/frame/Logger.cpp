@@ -1,5 +1,6 @@
 #include "frame/Logger.h"
 
+#include <cstdio>
 #include <ctime>
 #include <ostream>
 #include <streambuf>
@@ -198,6 +199,28 @@ std::ostream& operator<<(std::ostream& os, Hex h) {
     std::ostringstream t;
     t << std::hex << std::nouppercase << h.value;
     return os << t.str();
+}
+
+std::ostream& operator<<(std::ostream& os, Outside o) {
+    std::string shown;
+    shown.reserve(o.text.size());
+    for (const char c : o.text) {
+        const auto u = static_cast<unsigned char>(c);
+        if (c == '\r') {
+            shown += "\\r";
+        } else if (c == '\n') {
+            shown += "\\n";
+        } else if (c == '\t') {
+            shown += "\\t";
+        } else if (u < 0x20 || u == 0x7f) {
+            char escape[5];
+            snprintf(escape, sizeof escape, "\\x%02x", u);
+            shown += escape;
+        } else {
+            shown += c;
+        }
+    }
+    return os << shown;
 }
 
 LogLine::LogLine(Level level, const std::string& op) {
