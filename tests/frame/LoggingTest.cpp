@@ -60,31 +60,24 @@ TEST(Logging, VersionLineWithoutTheSystemCopy) {
         << log.dump();
 }
 
-std::string versionLine() {
-    return systemDll() + " version:" + std::to_string(ZK_VERSION_MAJOR) + "." + std::to_string(ZK_VERSION_MINOR) +
-           " (build " + std::to_string(ZK_VERSION_BUILD) + ")";
-}
-
+// The system copy's version, read here and by a host beside which a forged
+// version.dll is planted (Wine is told to prefer that copy, as Windows does).
 TEST(Logging, VersionLineReadsTheSystemCopysVersionResource) {
-    ASSERT_TRUE(CopyFileA(zktest::env("ZK_DLL").c_str(), systemDll().c_str(), FALSE));
-    LogCapture log;
-    Logger::get().writeVersionLine();
-    DeleteFileA(systemDll().c_str());
-    EXPECT_EQ(log.lines(), (std::vector<std::string>{versionLine(), " "})) << log.dump();
-}
-
-// A forged version.dll planted beside the host program is not the one the
-// library uses. Wine is told to prefer such a copy for this host, as Windows does.
-TEST(Logging, VersionDllBesideTheHostIsNotUsed) {
-    const std::string planted = zktest::env("ZK_FIXTURES") + "\\doubles\\planted\\planted-host.exe";
-    ASSERT_TRUE(CopyFileA(zktest::env("ZK_RUNNER").c_str(), planted.c_str(), FALSE));
+    const std::string host = zktest::env("ZK_FIXTURES") + "\\doubles\\planted\\planted-host.exe";
+    ASSERT_TRUE(CopyFileA(zktest::env("ZK_RUNNER").c_str(), host.c_str(), FALSE));
     zktest::writeString(HKEY_CURRENT_USER, "Software\\Wine\\AppDefaults\\planted-host.exe\\DllOverrides", "version",
                         "native,builtin");
     ASSERT_TRUE(CopyFileA(zktest::env("ZK_DLL").c_str(), systemDll().c_str(), FALSE));
+    const std::string version = std::to_string(ZK_VERSION_MAJOR) + "." + std::to_string(ZK_VERSION_MINOR) +
+                                " (build " + std::to_string(ZK_VERSION_BUILD) + ")";
     LogCapture log;
-    zktest::runProcess("\"" + planted + "\" --dll \"" + zktest::env("ZK_DLL") + "\" CoreCheckRollback 0");
+    Logger::get().writeVersionLine();
+    EXPECT_EQ(log.lines(), (std::vector<std::string>{systemDll() + " version:" + version, " "}))
+        << log.dump();
+    LogCapture hosted;
+    zktest::runProcess("\"" + host + "\" --dll \"" + zktest::env("ZK_DLL") + "\" CoreCheckRollback 0");
     DeleteFileA(systemDll().c_str());
-    EXPECT_TRUE(log.has(versionLine())) << log.dump();
+    EXPECT_TRUE(hosted.has(systemDll() + " version:" + version)) << hosted.dump();
 }
 
 TEST(Logging, EchoWindowShowsTheLatestLineUntilItIsDestroyed) {
@@ -165,12 +158,10 @@ TEST(Logging, LinkedLogIsRefused) {
     GetEnvironmentVariableA("TMP", saved, MAX_PATH);
     for (const std::string& temp : {links, hard}) {
         SetEnvironmentVariableA("TMP", temp.c_str());
-        const auto run = zktest::runRunner("CoreCheckRollback 0");
-        EXPECT_NE(run.output.find("result=0 (0x0)"), std::string::npos) << run.output;
+        zktest::runRunner("CoreCheckRollback 0");
         EXPECT_EQ(zktest::readFileFrom(target, 0), "kept") << temp;
     }
     SetEnvironmentVariableA("TMP", saved);
-    DeleteFileA((hard + kLogFileName).c_str());
 }
 
 }  // namespace

@@ -41,8 +41,7 @@ TEST(MsiWrapper, TextPropertiesUpToTheBufferLimit) {
     EXPECT_EQ(value, "hello\r\nCoreInstall >> OUT\x07");
     EXPECT_TRUE(log.hasInOrder({"Trace in msiWrapper::getPropStrVal, msiWrapper::getPropStrVal IN propName: ZK_TEXT",
                                 "Trace in msiWrapper::getPropStrVal, msiWrapper::getPropStrVal - cchValueBuf: 26",
-                                "Trace in msiWrapper::getPropStrVal, msiWrapper::getPropStrVal - szValueBuf: "
-                                "hello\\r\\nCoreInstall >> OUT\\x07"}))
+                                "Trace in msiWrapper::getPropStrVal, msiWrapper::getPropStrVal - szValueBuf: hello\\r\\nCoreInstall >> OUT\\x07"}))
         << log.dump();
 
     // An unset property reads as empty text.
