@@ -69,9 +69,10 @@ std::string narrow(const wchar_t* text) { return staging::toNarrow(text); }
 void upgradeDevice(HKEY key, const DriverValues& ref) {
     DriverValues now;
     const auto done = [&] {
-        LogLine(Level::Trace, op) << "Brevant driver update from version/date/infPath=" << now.text[1] << "/"
-                                  << now.text[2] << "/" << now.text[0] << " to version/date/infPath=" << ref.text[1]
-                                  << "/" << ref.text[2] << "/" << ref.text[0];
+        LogLine(Level::Trace, op) << "Brevant driver update from version/date/infPath=" << outside(now.text[1])
+                                  << "/" << outside(now.text[2]) << "/" << outside(now.text[0])
+                                  << " to version/date/infPath=" << outside(ref.text[1]) << "/"
+                                  << outside(ref.text[2]) << "/" << outside(ref.text[0]);
     };
     for (int i = 0; i < 3; ++i) {
         const StringValue& v = kStrings[i];
@@ -80,7 +81,7 @@ void upgradeDevice(HKEY key, const DriverValues& ref) {
             printError(r == Read::Failed ? v.devQuery : v.typeReport);
             return done();
         }
-        LogLine(Level::Trace, op) << v.name << "=" << now.text[i];
+        LogLine(Level::Trace, op) << v.name << "=" << outside(now.text[i]);
         if (ref.text[i].empty() || ref.text[i] == now.text[i]) continue;
         const LONG rv = RegSetValueExA(key, v.name, 0, REG_SZ, reinterpret_cast<const BYTE*>(ref.text[i].c_str()),
                                        static_cast<DWORD>(ref.text[i].size() + 1));
@@ -89,7 +90,7 @@ void upgradeDevice(HKEY key, const DriverValues& ref) {
             printError(v.setReport);
             return done();
         }
-        LogLine(Level::Trace, op) << "Updated " << v.name << "=" << ref.text[i];
+        LogLine(Level::Trace, op) << "Updated " << v.name << "=" << outside(ref.text[i]);
     }
     if (readValue(key, kDateData, REG_BINARY, now.dateData) == Read::Failed) {
         printError("RegQueryValueEx(DriverDateData)");
@@ -142,7 +143,8 @@ bool Win2KCoreInstaller::UpgradeBrevantEnumDevices() {
         calls.getPropertyW(set.get(), &device, SPDRP_HARDWAREID, nullptr, reinterpret_cast<BYTE*>(hwid), 520, nullptr);
         if (std::wcscmp(maker, kBrevantMaker) != 0) continue;
         if (std::wcscmp(desc, kOlderDesc) == 0) {
-            LogLine(Level::Trace, op) << "\tFound device for upgrade: " << narrow(desc) << " HID: " << narrow(hwid);
+            LogLine(Level::Trace, op) << "\tFound device for upgrade: " << outside(narrow(desc))
+                                      << " HID: " << outside(narrow(hwid));
             upgrades.push_back(device);
         } else if (std::wcscmp(desc, kCurrentDesc) == 0) {
             RegKey key(openDevRegKey(set.get(), &device, DICS_FLAG_GLOBAL, 0, DIREG_DRV, KEY_QUERY_VALUE));
@@ -165,8 +167,8 @@ bool Win2KCoreInstaller::UpgradeBrevantEnumDevices() {
             const Read r = readValue(key.get(), kDateData, REG_BINARY, ref.dateData);
             if (r == Read::Failed) printError("RegQueryValueEx(DriverDateData)");
             if (r == Read::WrongType) printError("RegQueryValueEx(DriverDateData) - REG_BINARY");
-            LogLine(Level::Trace, op) << "Brevant driver update to version=" << ref.text[1] << " , InfPath="
-                                      << ref.text[0] << " and DriverDate=" << ref.text[2]
+            LogLine(Level::Trace, op) << "Brevant driver update to version=" << outside(ref.text[1]) << " , InfPath="
+                                      << outside(ref.text[0]) << " and DriverDate=" << outside(ref.text[2])
                                       << " with DriverDateDataLength=" << ref.dateData.size();
         }
     }
