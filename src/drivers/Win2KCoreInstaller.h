@@ -78,6 +78,15 @@ public:
     bool UpgradeBrevantEnumDevices();
 
     // Uninstall sequences and the registry clean-up.
+    // The product's INF in the INF folder as SetupCopyOEMInf names it (SP_COPY_REPLACEONLY);
+    // "" when it is not there. `setupInf` is the staged copy.
+    std::string oemInfName(const std::string& setupInf);
+    // Deletes the product's trees under HKLM and, with bUsers, under every
+    // HKEY_USERS hive (the current user's among them). Never raises.
+    static void mrvRegCleanup(bool bUsers);
+    static void regUsersRecursiveDelete();
+    // Deletes parent\subkey and everything below it, children first; the status of the last delete.
+    static LONG regRecursiveDelete(HKEY parent, const std::string& subkey);
 
     // Bound state (null until installerInit), readable by the operations and tests.
     ServiceHandle m_hSCManager;
