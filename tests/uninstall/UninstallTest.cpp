@@ -6,8 +6,8 @@
 #include "drivers/Win2KCoreInstaller.h"
 #include "frame/Exports.h"
 #include "frame/Platform.h"
-#include "probes/StandIn.h"
-#include "removal/TestDevices.h"
+#include "support/StandIn.h"
+#include "support/TestDevices.h"
 #include "support/DriverStage.h"
 #include "support/TestLog.h"
 #include "support/TestRegistry.h"
@@ -57,6 +57,7 @@ TEST(RegCleanup, MachineAndUserTreesGoDecoysStay) {
 
 TEST(Removal, UninstallRemovesTheProductAndKeepsTheDecoys) {
     ScardSvrService scardSvr;
+    Scenario noReaders;  // the resource manager sees no reader
     DriverStage stage;
     TestServices decoyService;
     decoyService.create("OtherVendorSvc");
@@ -102,6 +103,7 @@ TEST(Removal, UninstallRemovesTheProductAndKeepsTheDecoys) {
 
 TEST(Removal, UpgradeFlagSkipsOnceAndTokenClassStopsAfterReaders) {
     ScardSvrService scardSvr;
+    Scenario noReaders;  // the resource manager sees no reader
     const std::string tokenClass = "SYSTEM\\CurrentControlSet\\Control\\Class\\{3C1E9A40-5B7D-4E21-9F08-6D2A7C4B1E93}";
     writeDword(HKEY_LOCAL_MACHINE, kFlagKey, "UpgradeExecuting", 1);
     writeDword(HKEY_LOCAL_MACHINE, tokenClass, "v", 1);
