@@ -59,6 +59,18 @@ bool readRecord(const HostSession& session, InstallRecord& record) {
     return true;
 }
 
+// A deferred step: the export and the record, then `call(fn, session, record)`.
+template <class Fn, class Call>
+UINT deferredStep(MSIHANDLE h, const char* action, const char* description, const char* exportName,
+                  Call call) noexcept {
+    return hostAction(h, action, description, [&](const HostSession& s, const CoreLibrary& lib) -> UINT {
+        InstallRecord r;
+        const auto fn = lib.get<Fn>(exportName);
+        if (!fn || !readRecord(s, r)) return ERROR_INSTALL_FAILURE;
+        return call(fn, s, r);
+    });
+}
+
 // The library's install step reads 0 as "no user interface"; the installer's
 // UILevel says so with 2 (INSTALLUILEVEL_NONE).
 UINT libraryUiLevel(unsigned msiUiLevel) { return msiUiLevel == static_cast<unsigned>(INSTALLUILEVEL_NONE) ? 0 : msiUiLevel; }
@@ -118,38 +130,30 @@ extern "C" UINT WINAPI ZkPrepare(MSIHANDLE h) noexcept {
 
 // Deferred, not impersonated: drivers and virtual readers.
 extern "C" UINT WINAPI ZkInstall(MSIHANDLE h) noexcept {
-    return hostAction(h, "ZkInstall", "Installing the smart-card drivers and virtual readers",
-                      [](const HostSession& s, const CoreLibrary& lib) -> UINT {
-                          InstallRecord r;
-                          auto fn = lib.get<CoreInstallFn>("CoreInstall");
-                          if (!fn || !readRecord(s, r)) return ERROR_INSTALL_FAILURE;
-                          UINT rebootMode = 0;
-                          const std::string clear = r.clearChoice ? std::to_string(*r.clearChoice) : std::string();
-                          return fn(s.handle(), libraryUiLevel(r.uiLevel), r.readers, r.flags, &rebootMode,
-                                    r.upgrade, r.upgradeVersion, r.clearChoice ? clear.c_str() : nullptr);
-                      });
+    return deferredStep<CoreInstallFn>(
+        h, "ZkInstall", "Installing the smart-card drivers and virtual readers", "CoreInstall",
+        [](CoreInstallFn fn, const HostSession& s, const InstallRecord& r) {
+            UINT rebootMode = 0;
+            const std::string clear = r.clearChoice ? std::to_string(*r.clearChoice) : std::string();
+            return fn(s.handle(), libraryUiLevel(r.uiLevel), r.readers, r.flags, &rebootMode, r.upgrade,
+                      r.upgradeVersion, r.clearChoice ? clear.c_str() : nullptr);
+        });
 }
 
 // Deferred: the install step in repair mode.
 extern "C" UINT WINAPI ZkRepair(MSIHANDLE h) noexcept {
-    return hostAction(h, "ZkRepair", "Repairing the smart-card drivers and virtual readers",
-                      [](const HostSession& s, const CoreLibrary& lib) -> UINT {
-                          InstallRecord r;
-                          auto fn = lib.get<HandleAndFlagFn>("CoreRepair");
-                          if (!fn || !readRecord(s, r)) return ERROR_INSTALL_FAILURE;
-                          return fn(s.handle(), r.flags);
-                      });
+    return deferredStep<HandleAndFlagFn>(
+        h, "ZkRepair", "Repairing the smart-card drivers and virtual readers", "CoreRepair",
+        [](HandleAndFlagFn fn, const HostSession& s, const InstallRecord& r) { return fn(s.handle(), r.flags); });
 }
 
 // Deferred, before the files go: drivers, devices and their settings.
 extern "C" UINT WINAPI ZkUninstall(MSIHANDLE h) noexcept {
-    return hostAction(h, "ZkUninstall", "Removing the smart-card drivers and virtual readers",
-                      [](const HostSession& s, const CoreLibrary& lib) -> UINT {
-                          InstallRecord r;
-                          auto fn = lib.get<TwoNumbersFn>("CoreUninstall");
-                          if (!fn || !readRecord(s, r)) return ERROR_INSTALL_FAILURE;
-                          return fn(r.uiLevel, (r.flags & kMinimalHardwareBit) ? 1 : 0);
-                      });
+    return deferredStep<TwoNumbersFn>(
+        h, "ZkUninstall", "Removing the smart-card drivers and virtual readers", "CoreUninstall",
+        [](TwoNumbersFn fn, const HostSession&, const InstallRecord& r) {
+            return fn(r.uiLevel, (r.flags & kMinimalHardwareBit) ? 1u : 0u);
+        });
 }
 
 // Deferred, after ZkInstall in a major upgrade: the older release's removal,
