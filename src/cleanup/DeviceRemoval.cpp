@@ -134,7 +134,7 @@ DWORD Win2KCoreInstaller::removePNPDevice(const std::string& hardwareId, UINT nu
             continue;
         }
         if (const char* id = matchingId(ids, wanted)) {
-            LogLine(Level::Warn, op) << "found devToRemove=" << wanted << ", osdevice=" << id;
+            LogLine(Level::Warn, op) << "found devToRemove=" << wanted << ", osdevice=" << outside(id);
             found.push_back(element);
         }
     }

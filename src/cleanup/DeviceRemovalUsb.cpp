@@ -69,11 +69,11 @@ bool Win2KCoreInstaller::DeleteBrevantEnumDevice() {
         readProperty(calls, set.get(), element, SPDRP_MFG, maker);
         readProperty(calls, set.get(), element, SPDRP_HARDWAREID, hardwareId);
         if (std::wstring(maker) != kBrevantMaker) {
-            LogLine(Level::Trace, op) << "not Brevant device -> Manufacturer: " << narrow(maker)
-                                      << " HID: " << narrow(hardwareId);
+            LogLine(Level::Trace, op) << "not Brevant device -> Manufacturer: " << outside(narrow(maker))
+                                      << " HID: " << outside(narrow(hardwareId));
             continue;
         }
-        LogLine(Level::Trace, op) << "\tFound Manufacturer: " << narrow(maker);
+        LogLine(Level::Trace, op) << "\tFound Manufacturer: " << outside(narrow(maker));
         if (upperCase(std::wstring(hardwareId)).find(kTokenIdPrefix) != std::wstring::npos) tokens.push_back(element);
     }
     const DWORD enumError = GetLastError();

@@ -113,10 +113,10 @@ LONG cleanVidPidKey(const std::string& name, bool bUnrecognizedOnly) {
     RegKey vidPid;
     LONG rv = RegOpenKeyExA(HKEY_LOCAL_MACHINE, path.c_str(), 0, KEY_READ | DELETE, vidPid.put());
     if (rv != ERROR_SUCCESS) {
-        LogLine(Level::Err, op) << "!!! ctor Failed HKLM/" << path;
+        LogLine(Level::Err, op) << "!!! ctor Failed HKLM/" << outside(path);
         return rv;
     }
-    if (!endsWith(name, "&PID_0001")) LogLine(Level::Trace, op) << "check for unrecognized VID_PID: " << name;
+    if (!endsWith(name, "&PID_0001")) LogLine(Level::Trace, op) << "check for unrecognized VID_PID: " << outside(name);
     std::vector<std::string> instances;
     rv = subKeyNames(vidPid.get(), instances);
     if (rv != ERROR_SUCCESS) {
@@ -129,7 +129,7 @@ LONG cleanVidPidKey(const std::string& name, bool bUnrecognizedOnly) {
         if (RegOpenKeyExA(vidPid.get(), instance.c_str(), 0, KEY_READ, key.put()) == ERROR_SUCCESS)
             service = serviceOf(key.get());
         key.reset();
-        LogLine(Level::Trace, op) << "\tkey=HKLM/" << path << "\\" << instance << " service=" << service;
+        LogLine(Level::Trace, op) << "\tkey=HKLM/" << outside(path) << "\\" << outside(instance) << " service=" << outside(service);
         bool remove = false;
         if (service.empty()) {
             LogLine(Level::Trace, op) << "   Empty service found.";

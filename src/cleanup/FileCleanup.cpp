@@ -16,23 +16,23 @@ std::string zkPassIniPath() { return systemDirectory() + "\\zkpass.ini"; }
 DWORD removeFile(const std::string& op, const std::string& path, RemoveLog how) {
     const DWORD attributes = GetFileAttributesA(path.c_str());
     if (attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_READONLY)) {
-        if (how == RemoveLog::AnnounceClear) LogLine(Level::Trace, op) << "clean read-only attribute on file: " << path;
+        if (how == RemoveLog::AnnounceClear) LogLine(Level::Trace, op) << "clean read-only attribute on file: " << outside(path);
         SetFileAttributesA(path.c_str(), attributes & ~FILE_ATTRIBUTE_READONLY);
     }
     if (DeleteFileA(path.c_str())) return 0;
     const DWORD err = GetLastError();
     if (err == ERROR_FILE_NOT_FOUND) return err;
     if (how == RemoveLog::PathOnly) {
-        LogLine(Level::Err, op) << "Cannot delete file: " << path;
+        LogLine(Level::Err, op) << "Cannot delete file: " << outside(path);
     } else {
-        LogLine(Level::Err, op) << "Cannot delete file: " << path << ", err=0x" << hex(err);
+        LogLine(Level::Err, op) << "Cannot delete file: " << outside(path) << ", err=0x" << hex(err);
     }
     return err;
 }
 
 DWORD DeleteSetupFile(const std::string& path) {
     static const char* const op = "DeleteSetupFile()";
-    logEntry(op) << " file=" << path;
+    logEntry(op) << " file=" << outside(path);
     const DWORD rv = removeFile(op, path, RemoveLog::Quiet);
     logExit(op) << " rv=0x" << hex(rv);
     return rv;

@@ -26,8 +26,8 @@ void zkPassIniDelete();
 bool DeleteBrevantDrivers(bool msi, bool isMinimalHW);
 
 // Whether INF text belongs to the package `pattern`: one of its first 20
-// lines (of at most 511 characters each) holds "CATALOGFILE =" and
-// pattern + ".cat", compared upper-cased.
+// lines (of at most 511 characters each) holds "CATALOGFILE =" naming
+// exactly pattern + ".cat" (blanks and a ";" comment aside), ignoring case.
 bool isBrevantInfText(const std::string& text, const std::string& pattern);
 // The same for a file of the INF folder named "oem..." or "bvs...".
 bool IsBrevantInf(const std::string& name, const std::string& pattern);

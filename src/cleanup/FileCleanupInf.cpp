@@ -19,6 +19,19 @@ bool hasProductPrefix(const std::string& name) {
     return head == "OEM" || head == "BVS";
 }
 
+// The catalog an upper-cased line names: after "CATALOGFILE =" up to a ";"
+// comment, blanks trimmed; empty when the line names none.
+std::string namedCatalog(const std::string& upper) {
+    static const std::string key = "CATALOGFILE =";
+    static const char* const blanks = " \t\r\n";
+    const std::string code = upper.substr(0, upper.find(';'));
+    const size_t at = code.find(key);
+    if (at == std::string::npos) return std::string();
+    const size_t first = code.find_first_not_of(blanks, at + key.size());
+    if (first == std::string::npos) return std::string();
+    return code.substr(first, code.find_last_not_of(blanks) + 1 - first);
+}
+
 }  // namespace
 
 bool isBrevantInfText(const std::string& text, const std::string& pattern) {
@@ -30,8 +43,9 @@ bool isBrevantInfText(const std::string& text, const std::string& pattern) {
         const size_t newline = text.find('\n', pos);
         const size_t end = std::min(newline == std::string::npos ? text.size() : newline + 1, pos + kLineChars);
         const std::string upper = upperCase(text.substr(pos, end - pos));
-        if (upper.find("CATALOGFILE =") != std::string::npos && upper.find(catalog) != std::string::npos)
-            return true;
+        // The named catalog must be ours exactly: another vendor's "xbvsup.cat"
+        // or a comment that mentions ours does not make the package ours.
+        if (namedCatalog(upper) == catalog) return true;
         pos = end;
     }
     return false;
@@ -40,11 +54,11 @@ bool isBrevantInfText(const std::string& text, const std::string& pattern) {
 bool IsBrevantInf(const std::string& name, const std::string& pattern) {
     static const char* const op = "IsBrevantInf()";
     if (!hasProductPrefix(name)) return false;
-    logEntry(op) << " file=" << name << " pattern=" << pattern;
+    logEntry(op) << " file=" << outside(name) << " pattern=" << pattern;
     const std::string path = infFolder() + name;
     std::ifstream in(path, std::ios::binary);
     if (!in) {
-        LogLine(Level::Err, op) << "Cannot open file: " << path;
+        LogLine(Level::Err, op) << "Cannot open file: " << outside(path);
         logExit(op) << " found=" << false;
         return false;
     }
@@ -58,16 +72,16 @@ bool IsBrevantInf(const std::string& name, const std::string& pattern) {
 
 bool DeleteBrevantInf(const std::string& name, int /*flag*/) {
     static const char* const op = "DeleteBrevantInf()";
-    logEntry(op) << " file=" << name;
+    logEntry(op) << " file=" << outside(name);
     const size_t dot = upperCase(name).find(".INF");
     if (dot == std::string::npos) {
-        LogLine(Level::Err, op) << "failure on file - not .inf type: " << name;
+        LogLine(Level::Err, op) << "failure on file - not .inf type: " << outside(name);
         logExit(op) << " bRet=" << false;
         return false;
     }
     const std::string path = infFolder() + name;
     if (name.find_first_of("\\/:*?\"<>|") != std::string::npos || path.size() >= MAX_PATH) {
-        LogLine(Level::Err, op) << "illegal name: " << name;
+        LogLine(Level::Err, op) << "illegal name: " << outside(name);
         logExit(op) << " bRet=" << false;
         return false;
     }

@@ -34,7 +34,7 @@ void checkPresent(SCARDCONTEXT context, const char* reader, DWORD& present) {
     state.dwCurrentState = SCARD_STATE_EMPTY;
     SmartCard::get().getStatusChange(context, 0, &state, 1);  // the state alone decides
     if (state.dwEventState & SCARD_STATE_PRESENT) present = 1;
-    logExit(op) << ", reader <" << reader << ">" << tokenText(present);
+    logExit(op) << ", reader <" << outside(reader) << ">" << tokenText(present);
 }
 
 LONG isTokenPresent(DWORD& bTokenPresent) {
@@ -64,7 +64,7 @@ LONG isTokenPresent(DWORD& bTokenPresent) {
             if (names.empty()) LogLine(Level::Trace, op) << "SCardListReaders(), found 0 readers";
             for (const std::string& name : names) {
                 checkPresent(context.get(), name.c_str(), bTokenPresent);
-                LogLine(Level::Trace, op) << "found reader <" << name << ">, "
+                LogLine(Level::Trace, op) << "found reader <" << outside(name) << ">, "
                                           << (bTokenPresent ? "token present" : "empty");
                 if (bTokenPresent) break;
             }

@@ -59,7 +59,7 @@ LONG rmObjectName(std::string& objectName) {
         }
         if (rv == ERROR_SUCCESS) {
             objectName = value.data();
-            LogLine(Level::Trace, op) << "ObjectName=" << objectName;
+            LogLine(Level::Trace, op) << "ObjectName=" << outside(objectName);
         }
     }
     logExit(op) << ", rv=0x" << hex(rv);

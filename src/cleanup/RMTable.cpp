@@ -21,7 +21,7 @@ LONG readReader(const SmartCard& api, SCARDCONTEXT context, ReaderEntry& entry) 
     SCARD_READERSTATEA state = {};
     state.szReader = entry.name.c_str();
     state.dwCurrentState = SCARD_STATE_UNAWARE;
-    LogLine(Level::Trace, op) << "check reader <" << entry.name << ">";
+    LogLine(Level::Trace, op) << "check reader <" << outside(entry.name) << ">";
     LONG rv = api.getStatusChange(context, 0, &state, 1);
     if (rv != SCARD_S_SUCCESS) {
         LogLine(Level::Err, op) << "SCardGetStatusChange fails , rv=0x" << hex(rv);
@@ -29,7 +29,7 @@ LONG readReader(const SmartCard& api, SCARDCONTEXT context, ReaderEntry& entry) 
     }
     entry.hasCard = (state.dwEventState & SCARD_STATE_PRESENT) ? 1 : 0;
     if (!entry.hasCard) return rv;
-    LogLine(Level::Warn, op) << "reader <" << entry.name << "> hasCard";
+    LogLine(Level::Warn, op) << "reader <" << outside(entry.name) << "> hasCard";
     if (!allZero(state.rgbAtr, kAtrProbeBytes)) {
         const size_t count = std::min<size_t>(state.cbAtr, sizeof(state.rgbAtr));
         entry.atr.assign(state.rgbAtr, state.rgbAtr + count);
@@ -46,7 +46,7 @@ LONG readReader(const SmartCard& api, SCARDCONTEXT context, ReaderEntry& entry) 
         return rv;
     }
     for (const std::string& card : splitMultiString(names.data(), names.size())) {
-        LogLine(Level::Trace, op) << "\tcardName=" << card;
+        LogLine(Level::Trace, op) << "\tcardName=" << outside(card);
         entry.cardNames.push_back(card);
     }
     return rv;
@@ -102,7 +102,7 @@ LONG RMTable::listReaders(std::vector<std::string>& names, const std::string& fi
     }
     for (const ReaderEntry& entry : m_readers) {
         if (entry.name.find(filter) == std::string::npos) continue;
-        LogLine(Level::Trace, op) << "\tfound reader name=" << entry.name;
+        LogLine(Level::Trace, op) << "\tfound reader name=" << outside(entry.name);
         names.push_back(entry.name);
     }
     logExit(op);

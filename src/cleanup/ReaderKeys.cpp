@@ -54,7 +54,7 @@ void cleanupAfterScardSvr() {
         if (name.find("BVS ") == std::string::npos) continue;
         const LONG rv = deleteSubKey(readers.get(), name);
         if (rv != ERROR_SUCCESS) {
-            LogLine(Level::Warn, op) << "deleteSubKey Software\\Microsoft\\Cryptography\\Calais\\Readers: " << name
+            LogLine(Level::Warn, op) << "deleteSubKey Software\\Microsoft\\Cryptography\\Calais\\Readers: " << outside(name)
                                      << ", rv=0x" << hex(rv);
             break;
         }

@@ -31,7 +31,7 @@ std::string folderOf(const std::string& path) {
 
 void collectDatabases(const std::string& basePath, std::vector<std::string>& found) {
     static const char* const op = "getSecDBList";
-    LogLine(Level::Trace, op) << "getSecDBList basePath: " << basePath;
+    LogLine(Level::Trace, op) << "getSecDBList basePath: " << outside(basePath);
     WIN32_FIND_DATAA data = {};
     FindHandle search(FindFirstFileA((basePath + "\\*").c_str(), &data));
     if (!search) {
@@ -46,7 +46,7 @@ void collectDatabases(const std::string& basePath, std::vector<std::string>& fou
             // Junctions could lead back up the tree.
             if (!(data.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT)) collectDatabases(path, found);
         } else if (lstrcmpiA(name.c_str(), kDatabaseName) == 0) {
-            LogLine(Level::Trace, op) << "getSecDBList found: " << path;
+            LogLine(Level::Trace, op) << "getSecDBList found: " << outside(path);
             found.push_back(path);
         }
     } while (FindNextFileA(search.get(), &data));
@@ -104,7 +104,7 @@ std::string findFiles(const char* vendor) {
         LogLine(Level::Warn, op) << vendor << ": dir path NOT valid.";
         return {};
     }
-    LogLine(Level::Trace, op) << vendor << ": path:: " << path;
+    LogLine(Level::Trace, op) << vendor << ": path:: " << outside(path);
     return path;
 }
 
@@ -157,13 +157,13 @@ void pkcs11_netscape_update_new(msiWrapper& msi, MSIHANDLE hInstall, bool add, c
             if (isProcessRunning(image)) LogLine(Level::Warn, op) << "browser still running: " << image;
         }
         if (!pathExists(db)) {
-            LogLine(Level::Warn, op) << "data base file gone, skipped: " << db;
+            LogLine(Level::Warn, op) << "data base file gone, skipped: " << outside(db);
             continue;
         }
         const std::string cmdline = modutilCommandLine(tool, add, folderOf(db));
-        LogLine(Level::Trace, op) << "cmdline:: " << cmdline;
+        LogLine(Level::Trace, op) << "cmdline:: " << outside(cmdline);
         if (const DWORD err = runTool(cmdline)) {
-            LogLine(Level::Err, op) << "cmdline:: " << cmdline << " FAILED last err 0x" << hex(err);
+            LogLine(Level::Err, op) << "cmdline:: " << outside(cmdline) << " FAILED last err 0x" << hex(err);
         }
     }
     logExit(op);

@@ -32,7 +32,7 @@ std::string clientSharedFolder() {
     }
     if (common.back() == '\\') common.pop_back();
     std::string shared = common + "\\brevant shared\\zenkey\\Keyhub\\";
-    LogLine(Level::Trace, "clientSharedFolder") << "shared folder: " << shared;
+    LogLine(Level::Trace, "clientSharedFolder") << "shared folder: " << outside(shared);
     return shared;
 }
 

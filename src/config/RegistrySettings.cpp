@@ -60,13 +60,13 @@ UINT storeValue(const char* op, const char* groupName, const char* valueName, co
                                  : exists              ? std::string("(large)")
                                                        : std::string("(none)");
     if (exists && !value.bUpdateExisting) {
-        LogLine(Level::Trace, op) << "key =" << keyText << " stores previous value=" << oldShown
+        LogLine(Level::Trace, op) << "key =" << keyText << " stores previous value=" << outside(oldShown)
                                   << " (bUpdateExisting=" << value.bUpdateExisting << ")";
         outcome = StoreOutcome::Kept;
         return ERROR_SUCCESS;
     }
     rv = RegSetValueExA(key.get(), valueName, 0, value.type, value.bytes.data(), static_cast<DWORD>(value.bytes.size()));
-    LogLine(Level::Trace, op) << "key =" << keyText << " oldvalue=" << oldShown << newLabel << value.shown
+    LogLine(Level::Trace, op) << "key =" << keyText << " oldvalue=" << outside(oldShown) << newLabel << outside(value.shown)
                               << " bUpdateExisting=" << value.bUpdateExisting << " rv=" << rv;
     if (rv != ERROR_SUCCESS) {
         LogLine(Level::Err, op) << "setValue failed , valName=" << valueName;

@@ -105,7 +105,7 @@ int Win2KCoreInstaller::enumareFile(const std::string& file, std::vector<std::st
         catalog.cbStruct = sizeof catalog;
         if (m_CryptCATCatalogInfoFromContext(info, &catalog, 0)) {
             const std::string path = staging::toNarrow(catalog.wszCatalogFile);
-            LogLine(Level::Trace, op) << "Added cat file element(" << index << ")=" << path;
+            LogLine(Level::Trace, op) << "Added cat file element(" << index << ")=" << outside(path);
             catalogs.push_back(path);
             result = 1;
         } else {
@@ -132,14 +132,14 @@ void Win2KCoreInstaller::refreshFilterCatalog(const std::string& filterSys, cons
     LogLine(Level::Trace, op) << "Delete filter driver from admin catalog repository, nCatFiles=" << catalogs.size();
     for (size_t i = 0; i < catalogs.size(); ++i) {
         const std::string name = baseName(catalogs[i]);
-        LogLine(Level::Trace, op) << "file to clean: " << name << " ,full name=" << catalogs[i];
+        LogLine(Level::Trace, op) << "file to clean: " << outside(name) << " ,full name=" << outside(catalogs[i]);
         if (m_CryptCATAdminRemoveCatalog(context.get(), staging::toWide(name).c_str(), 0)) {
             LogLine(Level::Trace, op) << "\tCryptCATAdminRemoveCatalog: filter cleaned from admin catalog repository i="
-                                      << i << " element=" << name;
+                                      << i << " element=" << outside(name);
         } else {
             LogLine(Level::Err, op)
                 << "\tCryptCATAdminRemoveCatalog: Cannot Delete filter cat from admin catalog repository; i=" << i
-                << " element(" << name << ")=" << GetLastError();
+                << " element(" << outside(name) << ")=" << GetLastError();
         }
     }
 

@@ -17,7 +17,6 @@ inline constexpr const char* kReaderClassKey =
 inline constexpr const char* kFilterDriver = "zKSCFLT";
 inline constexpr const char* kDriverSearchKey = "SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\";
 inline constexpr const char* kSearchPathEntry = "%SystemRoot%\\System32\\Setup\\Brevant\\Zenkey;";
-inline constexpr std::size_t kSearchPathEntryLength = 43;
 inline constexpr const char* kSharedDllsKey = "SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\SharedDlls";
 inline constexpr unsigned kMaxFilterEntries = 256;
 
@@ -29,16 +28,16 @@ struct FilterPosition {
     std::size_t offset = 0;  // byte offset of the match
 };
 
-// Walks the entries of `value` (raw REG_MULTI_SZ bytes) and compares each with
-// `entry` over the length of `entry`.
+// Walks the entries of `value` (raw REG_MULTI_SZ bytes) for the first one
+// equal to `entry` (whole and case-sensitive).
 FilterPosition findMultiSzEntry(const std::string& value, const char* entry);
 // `value` without `length` + 1 bytes at `offset` (one entry and its terminator).
 std::string cutMultiSzEntry(const std::string& value, std::size_t offset, std::size_t length);
 
 // The search path entry followed by the present DevicePath bytes.
 std::string prependSearchPath(const std::string& value);
-// The present DevicePath bytes with the first search path entry cut out;
-// nothing when the entry is not there.
+// The present DevicePath bytes with the first search path entry cut out,
+// from its start through its own ";"; nothing when the entry is not there.
 std::optional<std::string> cutSearchPath(const std::string& value);
 
 // Setup folder: system directory + "\setup\Brevant\Zenkey".

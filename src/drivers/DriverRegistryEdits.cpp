@@ -11,14 +11,15 @@ FilterPosition findMultiSzEntry(const std::string& value, const char* entry) {
     const std::size_t entryLength = std::strlen(entry);
     std::size_t p = 0;
     while (p < value.size() && value[p] != '\0') {
-        // Compared over the filter's own length, as the class installer writes it.
-        if (value.compare(p, entryLength, entry) == 0) {
+        const std::size_t found = value.find('\0', p);
+        const std::size_t end = found == std::string::npos ? value.size() : found;
+        // The whole entry, case-sensitively: "zKSCFLT2" is another vendor's filter.
+        if (end - p == entryLength && value.compare(p, entryLength, entry) == 0) {
             pos.found = true;
             pos.offset = p;
             return pos;
         }
-        const std::size_t end = value.find('\0', p);
-        p = end == std::string::npos ? value.size() : end + 1;
+        p = end + 1;
         if (++pos.index > kMaxFilterEntries) {
             pos.loopError = true;
             return pos;
@@ -42,8 +43,10 @@ std::optional<std::string> cutSearchPath(const std::string& value) {
     if (hit == std::string::npos) return std::nullopt;
     const std::size_t separator = value.rfind(';', hit);
     const std::size_t start = separator == std::string::npos ? 0 : separator + 1;
+    // Through the entry's own ";" only: it may stand expanded or in another
+    // form than ours, and the next entry must stay whole.
     std::string result = value;
-    result.erase(start, kSearchPathEntryLength);
+    result.erase(start, hit + std::strlen(searched) - start);
     return result;
 }
 

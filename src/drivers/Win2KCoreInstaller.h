@@ -64,6 +64,18 @@ public:
     LONG cleanOldVidPids(bool bUnrecognizedOnly);
 
     // Virtual reader devices and the driver upgrade of present devices.
+    // Creates one root-enumerated device with the multi-string `hardwareId`
+    // and installs the reader driver on it; returns the driver's restart flag.
+    // Throws on every failure; a device whose driver failed is removed again.
+    BOOL pnpCreateDevice(const char* hardwareId, DWORD length);
+    // Creates nReaders readers; bReboot is the last device's restart flag.
+    void pnpCreateBVSIFDH(UINT& bReboot, UINT nReaders);
+    // Brings the readers the resource manager sees to numReaders (0, 1 or 2
+    // in rebootMode: none, needed, demanded by the environment check).
+    void installUpdate(UINT numReaders, bool bAddFakeReader, UINT& rebootMode, bool bKeepFake);
+    // Moves devices of the older reader driver onto the current one; false
+    // when the walk could not start.
+    bool UpgradeBrevantEnumDevices();
 
     // Uninstall sequences and the registry clean-up.
 

@@ -1,5 +1,6 @@
 #include "frame/Logger.h"
 
+#include <cstdio>
 #include <ctime>
 #include <ostream>
 #include <streambuf>
@@ -66,14 +67,69 @@ LogState& state() {
     return s;
 }
 
+// GetTempPathA, ending in a backslash ("" when unknown).
+std::string tempFolder() {
+    char dir[MAX_PATH] = {};
+    DWORD n = GetTempPathA(MAX_PATH, dir);
+    return n == 0 || n >= MAX_PATH ? std::string() : std::string(dir, n);
+}
+
+// Opens the log itself, never what a link at its place points to: a link is
+// opened as the link, and a new log is only created where nothing stands (a
+// dangling link is not followed to create its target).
+FileHandle openLog(const std::string& path) {
+    for (DWORD disposition : {OPEN_EXISTING, CREATE_NEW, OPEN_EXISTING}) {
+        FileHandle file(CreateFileA(path.c_str(), FILE_APPEND_DATA,
+                                    FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr, disposition,
+                                    FILE_ATTRIBUTE_NORMAL | FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
+        const DWORD err = GetLastError();
+        if (file || (err != ERROR_FILE_NOT_FOUND && err != ERROR_FILE_EXISTS)) return file;
+    }
+    return FileHandle();
+}
+
+// The upper-cased final path of an open file or folder, without a trailing
+// backslash; "" where the system cannot tell (GetFinalPathNameByHandleA is
+// there from Vista on, so it is bound by name).
+std::string finalPath(HANDLE h) {
+    using Fn = DWORD(WINAPI*)(HANDLE, LPSTR, DWORD, DWORD);
+    Fn fn = nullptr;
+    if (!bindProc(GetModuleHandleA("kernel32.dll"), "GetFinalPathNameByHandleA", fn)) return std::string();
+    char buf[1024] = {};
+    const DWORD n = fn(h, buf, sizeof buf, 0);
+    if (n == 0 || n >= sizeof buf) return std::string();
+    std::string path(buf, n);
+    if (path.back() == '\\') path.pop_back();
+    CharUpperBuffA(path.data(), static_cast<DWORD>(path.size()));
+    return path;
+}
+
+// Whether the opened log is a file of its own in the temporary folder: not a
+// reparse point (symbolic link, junction, mount point), not one of several
+// hard links, and, where links are followed anyway, really in that folder.
+bool isOwnLogFile(HANDLE file, const std::string& folder) {
+    BY_HANDLE_FILE_INFORMATION info;
+    if (!GetFileInformationByHandle(file, &info)) return false;
+    if ((info.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) || info.nNumberOfLinks > 1) return false;
+    const std::string actual = finalPath(file);
+    if (actual.empty()) return true;
+    const FileHandle dir(CreateFileA(folder.c_str(), FILE_READ_ATTRIBUTES,
+                                     FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr, OPEN_EXISTING,
+                                     FILE_FLAG_BACKUP_SEMANTICS, nullptr));
+    std::string expected = dir ? finalPath(dir.get()) : std::string();
+    if (expected.empty()) return false;
+    expected += std::string("\\") + kLogFileName;
+    CharUpperBuffA(expected.data(), static_cast<DWORD>(expected.size()));
+    return actual == expected;
+}
+
+// A log that is refused behaves as one that cannot be opened.
 void openLogFile(LogState& s) {
-    std::string path = Logger::filePath();
-    if (path.empty()) return;
-    HANDLE h = CreateFileA(path.c_str(), FILE_APPEND_DATA,
-                           FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
-                           OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
-    if (h == INVALID_HANDLE_VALUE) return;
-    s.buf = std::make_unique<LogFileBuf>(h);
+    const std::string folder = tempFolder();
+    if (folder.empty()) return;
+    FileHandle file = openLog(Logger::filePath());
+    if (!file || !isOwnLogFile(file.get(), folder)) return;
+    s.buf = std::make_unique<LogFileBuf>(file.release());
     s.stream = std::make_unique<std::ostream>(s.buf.get());
 }
 
@@ -89,11 +145,9 @@ Logger& Logger::create(const char* tag) {
 }
 
 std::string Logger::filePath() {
-    char dir[MAX_PATH] = {};
-    DWORD n = GetTempPathA(MAX_PATH, dir);
-    if (n == 0 || n >= MAX_PATH) return std::string();
+    const std::string dir = tempFolder();
     // The folder already ends in a backslash; the doubled separator is harmless.
-    return std::string(dir, n) + "\\" + kLogFileName;
+    return dir.empty() ? dir : dir + "\\" + kLogFileName;
 }
 
 std::string Logger::timestamp() {
@@ -145,6 +199,28 @@ std::ostream& operator<<(std::ostream& os, Hex h) {
     std::ostringstream t;
     t << std::hex << std::nouppercase << h.value;
     return os << t.str();
+}
+
+std::ostream& operator<<(std::ostream& os, Outside o) {
+    std::string shown;
+    shown.reserve(o.text.size());
+    for (const char c : o.text) {
+        const auto u = static_cast<unsigned char>(c);
+        if (c == '\r') {
+            shown += "\\r";
+        } else if (c == '\n') {
+            shown += "\\n";
+        } else if (c == '\t') {
+            shown += "\\t";
+        } else if (u < 0x20 || u == 0x7f) {
+            char escape[5];
+            snprintf(escape, sizeof escape, "\\x%02x", u);
+            shown += escape;
+        } else {
+            shown += c;
+        }
+    }
+    return os << shown;
 }
 
 LogLine::LogLine(Level level, const std::string& op) {

@@ -10,6 +10,7 @@
 #include <memory>
 #include <sstream>
 #include <string>
+#include <string_view>
 #include <type_traits>
 
 namespace zk {
@@ -56,6 +57,18 @@ Hex hex(T v) {
     }
 }
 std::ostream& operator<<(std::ostream& os, Hex h);
+
+// Text that comes from outside the library: installer properties, registry
+// data, file names and lines read from disk, reader, card and device names.
+// Streamed into a LogLine, its control characters are written as escapes
+// ("\r", "\n", "\t", "\x07"), so such text cannot make up lines of its own.
+//   LogLine(Level::Trace, op) << "value=" << outside(value);
+struct Outside {
+    std::string_view text;
+};
+inline Outside outside(std::string_view text) { return Outside{text}; }
+inline Outside outside(const char* text) { return Outside{text ? text : ""}; }
+std::ostream& operator<<(std::ostream& os, Outside o);
 
 enum class Level { Plain, Trace, Warn, Err };
 

@@ -17,7 +17,12 @@ std::string windowsDirectory() {
 HMODULE loadSystemLibrary(const char* name) {
     std::string dir = systemDirectory();
     if (dir.empty()) return nullptr;
-    return LoadLibraryA((dir + "\\" + name).c_str());
+    const std::string path = dir + "\\" + name;
+    // The library's own dependencies come from the system directory too where
+    // the system can do so (AddDllDirectory marks that support, KB2533623).
+    if (GetProcAddress(GetModuleHandleA("kernel32.dll"), "AddDllDirectory"))
+        return LoadLibraryExA(path.c_str(), nullptr, LOAD_LIBRARY_SEARCH_SYSTEM32);
+    return LoadLibraryA(path.c_str());
 }
 
 }  // namespace zk

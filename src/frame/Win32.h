@@ -93,7 +93,8 @@ std::string systemDirectory();
 // GetWindowsDirectoryA with a 260-character buffer, no trailing separator.
 std::string windowsDirectory();
 // Loads a system library by full path (system directory + name) so that no
-// other folder of the DLL search path can supply it.
+// other folder of the DLL search path can supply it; where the system offers
+// LOAD_LIBRARY_SEARCH_SYSTEM32, its dependencies come from there too.
 HMODULE loadSystemLibrary(const char* name);
 
 // Typed GetProcAddress: binds `fn` to the export `name` of `module`.

@@ -27,7 +27,7 @@ UINT msiWrapper::editPackage(const char* op, const std::string& path, const std:
                               bool makeWritable) {
     if (!ready(op, op)) return kGeneralFailure;
     LogLine(Level::Trace, op) << op << " IN";
-    LogLine(Level::Trace, op) << "localPackage: " << path;
+    LogLine(Level::Trace, op) << "localPackage: " << outside(path);
     if (makeWritable) {
         // The installer caches packages read-only.
         SetFileAttributesA(path.c_str(), FILE_ATTRIBUTE_NORMAL);
@@ -81,7 +81,7 @@ UINT msiWrapper::msiRemoveNewerVerCondition(const char* product) {
     static const char* const op = "msiWrapper::msiRemoveNewerVerCondition";
     // The name in this message is the one the log readers know.
     if (!ready(op, "msiWrapper::getPropVal")) return kGeneralFailure;
-    LogLine(Level::Trace, op) << "msiWrapper::msiRemoveNewerVerCondition IN product: " << (product ? product : "");
+    LogLine(Level::Trace, op) << "msiWrapper::msiRemoveNewerVerCondition IN product: " << outside(product);
     UINT rv = ERROR_SUCCESS;
     // Only the one release carries the condition; the argument is logged only.
     for (const std::string& path : getLocalPackage(kMrv350ProductCode)) {

@@ -48,7 +48,7 @@ bool readText(HKEY key, const std::string& name, std::string& text) {
 // SQL with it, where an empty or partial code would match other products.
 bool checkCode(const char* op, const char* product) {
     if (isProductCode(product)) return true;
-    LogLine(Level::Err, op) << "not a product code: " << (product ? product : "(null)");
+    LogLine(Level::Err, op) << "not a product code: " << outside(product ? product : "(null)");
     return false;
 }
 
@@ -72,7 +72,7 @@ bool msiWrapper::packageHoldsProduct(const std::string& path, const char* produc
 UINT msiWrapper::getProductPackagePathUserData(const char* product, std::string& path) {
     static const char* const op = "msiWrapper::getProductPackagePathUserData";
     if (!ready(op, op)) return kGeneralFailure;
-    logEntry(op) << " product: " << (product ? product : "");
+    logEntry(op) << " product: " << outside(product);
     if (!checkCode(op, product)) {
         logExit(op) << " rv:0x" << hex(ERROR_INVALID_PARAMETER);
         return ERROR_INVALID_PARAMETER;
@@ -92,7 +92,7 @@ UINT msiWrapper::getProductPackagePathUserData(const char* product, std::string&
                     modifyPath.find(product) == std::string::npos || !readText(props.get(), "LocalPackage", local))
                     continue;
                 path = local;
-                LogLine(Level::Trace, op) << "msiWrapper::getProductPackagePathUserData -> found : " << path;
+                LogLine(Level::Trace, op) << "msiWrapper::getProductPackagePathUserData -> found : " << outside(path);
                 logExit(op) << " rv:0x0";
                 return ERROR_SUCCESS;
             }
@@ -106,7 +106,7 @@ UINT msiWrapper::getProductPackagePathLocalPackages(const char* product, std::st
     static const char* const op = "msiWrapper::getProductPackagePathLocalPackages";
     if (!ready(op, op)) return kGeneralFailure;
     LogLine(Level::Trace, op) << "msiWrapper::getProductPackagePathLocalPackages IN";
-    LogLine(Level::Trace, op) << "prod_code: " << (product ? product : "");
+    LogLine(Level::Trace, op) << "prod_code: " << outside(product);
     LONG rv = ERROR_INVALID_PARAMETER;
     RegKey packages;
     if (checkCode(op, product) && (rv = openKey(HKEY_LOCAL_MACHINE, kLocalPackagesKey, KEY_READ, packages)) == 0) {
@@ -120,11 +120,11 @@ UINT msiWrapper::getProductPackagePathLocalPackages(const char* product, std::st
             LogLine(Level::Trace, op) << "lpK.getValueNames ok ";
             for (const std::string& name : names) {
                 std::string candidate;
-                LogLine(Level::Trace, op) << "val name: " << name;
+                LogLine(Level::Trace, op) << "val name: " << outside(name);
                 if (!readText(lpK.get(), name, candidate)) continue;
-                LogLine(Level::Trace, op) << "path: " << candidate;
+                LogLine(Level::Trace, op) << "path: " << outside(candidate);
                 if (packageHoldsProduct(candidate, product, MSIDBOPEN_DIRECT)) {
-                    LogLine(Level::Trace, op) << "found: " << candidate;
+                    LogLine(Level::Trace, op) << "found: " << outside(candidate);
                     path = candidate;
                     rv = ERROR_SUCCESS;
                     break;
@@ -135,7 +135,7 @@ UINT msiWrapper::getProductPackagePathLocalPackages(const char* product, std::st
         }
     }
     LogLine(Level::Trace, op) << "msiWrapper::getProductPackagePathLocalPackages OUT rv:0x" << hex(rv)
-                              << ", packagePath: " << path;
+                              << ", packagePath: " << outside(path);
     return static_cast<UINT>(rv);
 }
 
@@ -143,7 +143,7 @@ StringList msiWrapper::getLocalPackage(const char* product) {
     static const char* const op = "msiWrapper::getLocalPackage";
     StringList result;
     if (!ready(op, op)) return result;
-    logEntry(op) << " product: " << (product ? product : "");
+    logEntry(op) << " product: " << outside(product);
     if (!checkCode(op, product)) {
         logExit(op) << " packages: 0";
         return result;
@@ -162,12 +162,12 @@ StringList msiWrapper::getLocalPackage(const char* product) {
             if (found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) continue;
             const std::string candidate = folder + found.cFileName;
             if (packageHoldsProduct(candidate, product, MSIDBOPEN_READONLY)) {
-                LogLine(Level::Trace, op) << "package cache holds the product: " << candidate;
+                LogLine(Level::Trace, op) << "package cache holds the product: " << outside(candidate);
                 result.push_back(candidate);
             }
         }
     }
-    for (const std::string& p : result) LogLine(Level::Trace, op) << "msiWrapper::getLocalPackage local: " << p;
+    for (const std::string& p : result) LogLine(Level::Trace, op) << "msiWrapper::getLocalPackage local: " << outside(p);
     logExit(op) << " packages: " << result.size();
     return result;
 }

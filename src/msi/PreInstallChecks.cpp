@@ -31,7 +31,7 @@ DWORD countUserSessions(const WTS_SESSION_INFOA* sessions, DWORD count, WtsQuery
         const WTS_SESSION_INFOA& s = sessions[i];
         const char* station = s.pWinStationName ? s.pWinStationName : "";
         if (s.State == WTSActive) {
-            LogLine(Level::Trace, op) << " session [" << station << "] WTSActive, sessions=" << users;
+            LogLine(Level::Trace, op) << " session [" << outside(station) << "] WTSActive, sessions=" << users;
             // Informational only: the console session counts like any other.
             if (std::strstr(station, "Console")) LogLine(Level::Trace, op) << "\t console session";
             LPSTR user = nullptr;
@@ -42,7 +42,7 @@ DWORD countUserSessions(const WTS_SESSION_INFOA* sessions, DWORD count, WtsQuery
             }
             if (user && *user) {
                 ++users;
-                LogLine(Level::Trace, op) << "\t user [" << user << "]";
+                LogLine(Level::Trace, op) << "\t user [" << outside(user) << "]";
             } else {
                 LogLine(Level::Trace, op) << "\t user <empty>";
             }
@@ -88,15 +88,15 @@ UINT missingBit(const std::string& path, UINT bit) {
     static const char* const op = "CoreCheckWindowsFileProtection";
     DWORD major = 0, minor = 0, build = 0, revision = 0;
     if (getFileVersion(path, major, minor, build, &revision)) {
-        LogLine(Level::Trace, op) << "exist file <" << path << ">, version: " << versionText(major, minor, build, revision);
+        LogLine(Level::Trace, op) << "exist file <" << outside(path) << ">, version: " << versionText(major, minor, build, revision);
         return 0;
     }
     const DWORD err = GetLastError();
     if (err == ERROR_RESOURCE_DATA_NOT_FOUND || err == ERROR_FILE_NOT_FOUND) {
-        LogLine(Level::Warn, op) << ", There is no file <" << path << "> exist - so assumed not protected";
+        LogLine(Level::Warn, op) << ", There is no file <" << outside(path) << "> exist - so assumed not protected";
         return bit;
     }
-    LogLine(Level::Err, op) << "getFileVersion() on " << path << " failed, err=0x" << hex(err);
+    LogLine(Level::Err, op) << "getFileVersion() on " << outside(path) << " failed, err=0x" << hex(err);
     return 0;
 }
 
@@ -123,8 +123,8 @@ UINT WINAPI CoreCheckUncompatibleApp(MSIHANDLE, const char* upgradeCode, const c
         const char* upgrade = upgradeCode ? upgradeCode : "";
         UINT uncompatible = 0;
         if (found) *found = 0;
-        LogLine(Level::Trace, op) << "Check: " << app << " upgrade code:" << upgrade
-                                  << ", minVer=" << (minVersion ? minVersion : "");
+        LogLine(Level::Trace, op) << "Check: " << outside(app) << " upgrade code:" << outside(upgrade)
+                                  << ", minVer=" << outside(minVersion);
         int minVer1 = 0, minVer2 = 0;
         parseMajorMinor(minVersion, minVer1, minVer2);
         LogLine(Level::Trace, op) << "minVer1=" << minVer1 << " minVer2=" << minVer2;
@@ -138,11 +138,11 @@ UINT WINAPI CoreCheckUncompatibleApp(MSIHANDLE, const char* upgradeCode, const c
             if (vrv != ERROR_SUCCESS) {
                 LogLine(Level::Err, op) << "intGetProductVersion(product,versionString) rv=0x" << hex(vrv);
             } else {
-                LogLine(Level::Trace, op) << "found version of " << app << ", ver=" << version;
+                LogLine(Level::Trace, op) << "found version of " << outside(app) << ", ver=" << outside(version);
                 int ver1 = 0, ver2 = 0;
                 parseMajorMinor(version.c_str(), ver1, ver2);
                 if (isUncompatibleVersion(ver1, ver2, minVer1, minVer2)) {
-                    LogLine(Level::Trace, op) << "found uncompatible version of " << app << " ver=" << version;
+                    LogLine(Level::Trace, op) << "found uncompatible version of " << outside(app) << " ver=" << outside(version);
                     uncompatible = 1;
                 }
             }
@@ -151,7 +151,7 @@ UINT WINAPI CoreCheckUncompatibleApp(MSIHANDLE, const char* upgradeCode, const c
                                     << hex(rv);
         }
         if (found) *found = uncompatible;
-        LogLine(Level::Trace, op) << "appUncompatibleFound=" << uncompatible << " on app " << app;
+        LogLine(Level::Trace, op) << "appUncompatibleFound=" << uncompatible << " on app " << outside(app);
         return 0;
     });
 }
@@ -165,7 +165,7 @@ UINT WINAPI CoreCheckWindowsFileProtection(MSIHANDLE, const char* fileName, UINT
         missing |= missingBit(system + "\\msvcp60.dll", 2);
         if (result) *result = missing;
         LogLine(Level::Trace, "CoreCheckWindowsFileProtection")
-            << "result(exist msvcrt.dll and msvcp60.dll) = [" << missing << "] on file " << (fileName ? fileName : "");
+            << "result(exist msvcrt.dll and msvcp60.dll) = [" << missing << "] on file " << outside(fileName);
         return 0;
     });
 }
@@ -176,7 +176,7 @@ UINT WINAPI CoreMSITest(MSIHANDLE hInstall, const char* message) {
         const std::string text = message ? message : "";
         msiWrapper msiw;
         if (msiw.initialize() && hInstall != 0) {
-            LogLine(Level::Trace, op) << "internalMsiMessageBox displayed, Msg=" << text;
+            LogLine(Level::Trace, op) << "internalMsiMessageBox displayed, Msg=" << outside(text);
             msiw.internalMsiMessageBox(hInstall, text, MB_ICONWARNING | MB_TOPMOST, nullptr);
             return 0;
         }
@@ -186,7 +186,7 @@ UINT WINAPI CoreMSITest(MSIHANDLE hInstall, const char* message) {
         if (!bindProc(user32.get(), "MessageBoxA", messageBox)) {
             LogLine(Level::Warn, op) << "GetProcAddress of User32.dll MessageBoxA failed";
         } else if (messageBox(nullptr, text.c_str(), "MRV4 CoreMSITest", MB_OK) != 0) {
-            LogLine(Level::Trace, op) << "MessageBox displayed, Msg=" << text;
+            LogLine(Level::Trace, op) << "MessageBox displayed, Msg=" << outside(text);
         } else {
             LogLine(Level::Warn, op) << "MessageBoxA failed";
         }

@@ -31,15 +31,15 @@ UINT msiWrapper::GetProductCodeByUpgrade(const char* upgradeCode, const char* hi
     static const char* const op = "msiWrapper::GetProductCodeByUpgrade";
     if (!ready(op, op)) return kGeneralFailure;
     const std::string wanted = hint ? hint : "";
-    LogLine(Level::Trace, op) << "msiWrapper::GetProductCodeByUpgrade() hint=" << wanted
-                              << " upgrade: " << (upgradeCode ? upgradeCode : "");
+    LogLine(Level::Trace, op) << "msiWrapper::GetProductCodeByUpgrade() hint=" << outside(wanted)
+                              << " upgrade: " << outside(upgradeCode);
     UINT rv = ERROR_SUCCESS;
     for (DWORD index = 0;; ++index) {
         char code[39] = {};
         rv = m_MsiEnumProductsA(index, code);
         if (rv != ERROR_SUCCESS) break;
         if (product) *product = code;
-        LogLine(Level::Trace, op) << "\tproduct " << index << " start: " << code;
+        LogLine(Level::Trace, op) << "\tproduct " << index << " start: " << outside(code);
         if (wanted.empty()) continue;
         char name[kInfoChars] = {};
         DWORD count = kInfoChars;
@@ -47,7 +47,7 @@ UINT msiWrapper::GetProductCodeByUpgrade(const char* upgradeCode, const char* hi
             LogLine(Level::Trace, op) << "no product name - skip it";
             continue;
         }
-        LogLine(Level::Trace, op) << "product name: " << name;
+        LogLine(Level::Trace, op) << "product name: " << outside(name);
         // A match is only reported: the package's upgrade table decides.
         if (std::strlen(name) >= wanted.size() && std::memcmp(name, wanted.data(), wanted.size()) == 0) {
             LogLine(Level::Warn, op) << "Warn - possible found product by hint (but we use WSI Upgrade page property "
@@ -64,7 +64,7 @@ UINT msiWrapper::intGetProductVersion(const char* product, std::string& version)
     static const char* const op = "msiWrapper::intGetProductVersion";
     if (!ready(op, op)) return kGeneralFailure;
     const char* code = product ? product : "";
-    logEntry(op) << " product: " << code;
+    logEntry(op) << " product: " << outside(code);
     char text[kInfoChars] = {};
     DWORD count = kInfoChars;
     const UINT rv = m_MsiGetProductInfoA(code, "VersionString", text, &count);
@@ -82,11 +82,11 @@ bool msiWrapper::isProductExists(const StringList& codes) {
         // The installer answers "invalid argument" (not "unknown") for a
         // malformed code; that is no installed product either.
         if (!isProductCode(code.c_str())) {
-            LogLine(Level::Err, op) << "not a product code: " << code;
+            LogLine(Level::Err, op) << "not a product code: " << outside(code);
             continue;
         }
         if (m_MsiQueryProductStateA(code.c_str()) != INSTALLSTATE_UNKNOWN) {
-            LogLine(Level::Trace, op) << "Exists: " << code;
+            LogLine(Level::Trace, op) << "Exists: " << outside(code);
             exists = true;
         }
     }

@@ -12,14 +12,14 @@ UINT msiWrapper::msiUnInstallProduct(const char* product) {
     static const char* const op = "msiWrapper::msiUnInstallProduct";
     if (!ready(op, op)) return kGeneralFailure;
     if (!isProductCode(product)) {
-        LogLine(Level::Err, op) << "not a product code: " << (product ? product : "(null)");
+        LogLine(Level::Err, op) << "not a product code: " << outside(product ? product : "(null)");
         return ERROR_INVALID_PARAMETER;
     }
     if (m_MsiQueryProductStateA(product) == INSTALLSTATE_UNKNOWN) return ERROR_SUCCESS;  // nothing to remove
-    LogLine(Level::Trace, op) << "msiWrapper::msiUnInstallProduct " << product;
+    LogLine(Level::Trace, op) << "msiWrapper::msiUnInstallProduct " << outside(product);
     m_MsiSetInternalUI(INSTALLUILEVEL_HIDECANCEL, nullptr);
     for (;;) {
-        LogLine(Level::Trace, op) << "Uninstalling xxx: " << product;
+        LogLine(Level::Trace, op) << "Uninstalling xxx: " << outside(product);
         const UINT rv = m_MsiConfigureProductExA(product, INSTALLLEVEL_DEFAULT, INSTALLSTATE_ABSENT, "");
         if (rv != ERROR_INSTALL_ALREADY_RUNNING) return rv;
         // Another installation holds the service: wait for as long as it runs.
@@ -76,7 +76,7 @@ UINT msiWrapper::unInstallProductsW2K(const StringList& codes) {
     LogLine(Level::Trace, op) << "msiWrapper::unInstallProductsW2K() IN";
     UINT rv = ERROR_SUCCESS;
     for (const std::string& code : codes) {
-        LogLine(Level::Trace, op) << "prod: " << code;
+        LogLine(Level::Trace, op) << "prod: " << outside(code);
         // The older release must not take the shared driver files with it.
         for (const std::string& path : getLocalPackage(code.c_str())) {
             rv = oldMRVModifyPackage(path);

@@ -59,7 +59,7 @@ UINT msiWrapper::getPropStrVal(MSIHANDLE hInstall, const char* propName, std::st
     }
     value = buffer;
     LogLine(Level::Trace, op) << "msiWrapper::getPropStrVal - cchValueBuf: " << count;
-    LogLine(Level::Trace, op) << "msiWrapper::getPropStrVal - szValueBuf: " << buffer;
+    LogLine(Level::Trace, op) << "msiWrapper::getPropStrVal - szValueBuf: " << outside(buffer);
     return ERROR_SUCCESS;
 }
 
@@ -80,7 +80,7 @@ UINT msiWrapper::getPropVal(MSIHANDLE hInstall, const char* propName, DWORD& dwo
         logExit(op) << " rv: 0x" << hex(rv) << " val: 0x" << hex(dword);
         return rv;
     }
-    LogLine(Level::Trace, op) << "MsiGetProperty(): [" << name << "]=" << buffer << " (size=" << count << ")";
+    LogLine(Level::Trace, op) << "MsiGetProperty(): [" << name << "]=" << outside(buffer) << " (size=" << count << ")";
     if (count != 0) {
         // Formatted extraction: leading blanks skipped, decimal digits up to the
         // first other character, a minus sign wraps. No digit at all is logged
@@ -109,7 +109,7 @@ UINT msiWrapper::internalMsiMessageBox(MSIHANDLE hInstall, const std::string& me
         return ERROR_SUCCESS;
     }
     LogLine(Level::Trace, op) << "internalMsiMessageBox - call MsiProcessMessage ...";
-    LogLine(Level::Trace, op) << "internalMsiMessageBox - strMessage: " << message;
+    LogLine(Level::Trace, op) << "internalMsiMessageBox - strMessage: " << outside(message);
     const int answer = m_MsiProcessMessage(hInstall, static_cast<INSTALLMESSAGE>(style | INSTALLMESSAGE_ERROR), record);
     if (result) *result = answer;
     const UINT rv = answer == IDOK ? ERROR_SUCCESS : ERROR_INSTALL_USEREXIT;

@@ -99,6 +99,14 @@ public:
     UINT(WINAPI* m_MsiViewFetch)(MSIHANDLE, MSIHANDLE*) = nullptr;
     UINT(WINAPI* m_MsiDatabaseCommit)(MSIHANDLE) = nullptr;  // bound on first use by the package edits
 
+    // The installation's run modes. MsiGetMode and MsiSetMode are bound on
+    // first use, like the two above; without them getMode answers FALSE and
+    // setMode ERROR_PROC_NOT_FOUND.
+    BOOL getMode(MSIHANDLE hInstall, MSIRUNMODE mode);
+    UINT setMode(MSIHANDLE hInstall, MSIRUNMODE mode, BOOL state);
+    BOOL(WINAPI* m_MsiGetMode)(MSIHANDLE, MSIRUNMODE) = nullptr;
+    UINT(WINAPI* m_MsiSetMode)(MSIHANDLE, MSIRUNMODE, BOOL) = nullptr;
+
 private:
     // initialize(); on failure logs "<name>, failed to initialize." under `op`.
     bool ready(const char* op, const char* name);

@@ -69,7 +69,7 @@ int isProcessRunning(const char* imageName) {
             if (id == 0) continue;
             const std::string name = firstModuleName(psapi, id);
             if (!name.empty() && *wanted && lstrcmpiA(name.c_str(), wanted) == 0) {
-                LogLine(Level::Trace, op) << "found running " << name << " (pid " << id << ")";
+                LogLine(Level::Trace, op) << "found running " << outside(name) << " (pid " << id << ")";
                 running = 1;
                 break;
             }

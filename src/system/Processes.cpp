@@ -37,17 +37,17 @@ DWORD stopProccess(const char* name, bool& reboot) {
             for (BOOL more = first(snapshot.get(), &entry); more; more = next(snapshot.get(), &entry)) {
                 // An empty name would match every process, this one included.
                 if (!*wanted || !std::strstr(entry.szExeFile, wanted)) continue;
-                LogLine(Level::Trace, op) << "found running " << entry.szExeFile;
+                LogLine(Level::Trace, op) << "found running " << outside(entry.szExeFile);
                 KernelHandle process(OpenProcess(PROCESS_ALL_ACCESS, FALSE, entry.th32ProcessID));
                 if (!process) {
                     LogLine(Level::Warn, op) << "cannot open process handle , ask for reboot";
                     reboot = true;
                     continue;
                 }
-                LogLine(Level::Trace, op) << "try TerminateProcess " << entry.szExeFile;
+                LogLine(Level::Trace, op) << "try TerminateProcess " << outside(entry.szExeFile);
                 if (TerminateProcess(process.get(), 0)) {
                     WaitForSingleObject(process.get(), INFINITE);
-                    LogLine(Level::Trace, op) << "killed " << entry.szExeFile;
+                    LogLine(Level::Trace, op) << "killed " << outside(entry.szExeFile);
                 } else {
                     LogLine(Level::Warn, op) << "cannot TerminateProcess, err = 0x" << hex(GetLastError());
                     LogLine(Level::Warn, op) << "ask for reboot...";

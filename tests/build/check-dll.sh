@@ -7,7 +7,7 @@ objdump=x86_64-w64-mingw32-objdump
 fail() { echo "FAIL: $*"; exit 1; }
 
 imports=$($objdump -p "$dll" | sed -n 's/^\s*DLL Name: //p' | tr 'A-Z' 'a-z' | sort -u)
-allowed="advapi32.dll kernel32.dll msvcrt.dll user32.dll version.dll"
+allowed="advapi32.dll kernel32.dll msvcrt.dll user32.dll"
 for d in $imports; do
   [[ " $allowed " == *" $d "* ]] || fail "imports $d"
 done

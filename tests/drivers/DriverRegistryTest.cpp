@@ -64,16 +64,16 @@ protected:
 };
 
 TEST_F(UpperFilters, CutOutKeepingOtherFiltersInOrderOrTheValueWhenOnly) {
-    // The lower-case twin first: the name is compared case-sensitively.
-    filters.set(REG_MULTI_SZ, multiSz({"zkscflt", "zKSCFLT", "lastflt"}));
+    // The lower-case twin and a longer name first: only the whole name, case-sensitively, is ours.
+    filters.set(REG_MULTI_SZ, multiSz({"zkscflt", "zKSCFLT2", "zKSCFLT", "lastflt"}));
     LogCapture log;
     EXPECT_EQ(regUpperFilter(0), 1);
     EXPECT_EQ(regUpperFilter(1), 0);
-    EXPECT_TRUE(log.hasInOrder({trace("filter zKSCFLT found in UpperFilters, i=1"),
-                                trace("delete filter zKSCFLT in UpperFilters, i=1")}))
+    EXPECT_TRUE(log.hasInOrder({trace("filter zKSCFLT found in UpperFilters, i=2"),
+                                trace("delete filter zKSCFLT in UpperFilters, i=2")}))
         << log.dump();
     DWORD type = 0;
-    EXPECT_EQ(filters.bytes(&type), multiSz({"zkscflt", "lastflt"}));
+    EXPECT_EQ(filters.bytes(&type), multiSz({"zkscflt", "zKSCFLT2", "lastflt"}));
     EXPECT_EQ(type, static_cast<DWORD>(REG_MULTI_SZ));
 
     filters.set(REG_MULTI_SZ, multiSz({"zKSCFLT"}));
@@ -142,10 +142,12 @@ TEST_F(DevicePath, InFrontOnEveryInstallAndCutOnceOnRemoval) {
         EXPECT_EQ(type, static_cast<DWORD>(REG_EXPAND_SZ));
     }
 
-    // Another vendor's entries before ours stay.
-    path.set(REG_EXPAND_SZ, std::string("C:\\Vendor;") + kEntry + "%SystemRoot%\\inf" + '\0');
-    EXPECT_EQ(updateDrvSearchInfPath(false), 0);
-    EXPECT_EQ(path.bytes(), std::string("C:\\Vendor;%SystemRoot%\\inf") + '\0');
+    // Other vendors' entries around ours stay, whatever form ours stands in.
+    for (const std::string& ours : {kEntry, std::string("C:\\Windows\\System32\\Setup\\Brevant\\Zenkey;")}) {
+        path.set(REG_EXPAND_SZ, "C:\\Vendor;" + ours + "%SystemRoot%\\inf" + '\0');
+        EXPECT_EQ(updateDrvSearchInfPath(false), 0);
+        EXPECT_EQ(path.bytes(), std::string("C:\\Vendor;%SystemRoot%\\inf") + '\0') << ours;
+    }
 
     path.remove();  // a missing value is reported, not created
     LogCapture missing;

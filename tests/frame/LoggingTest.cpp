@@ -1,10 +1,13 @@
 // The log file, its line layout, the version line and the echo window.
 #include <gtest/gtest.h>
 
+#include <fstream>
+
 #include "frame/Logger.h"
 #include "frame/Win32.h"
 #include "support/TestLog.h"
 #include "support/TestProcess.h"
+#include "support/TestRegistry.h"
 
 using namespace zk;
 using zktest::LogCapture;
@@ -57,15 +60,24 @@ TEST(Logging, VersionLineWithoutTheSystemCopy) {
         << log.dump();
 }
 
+// The system copy's version, read here and by a host beside which a forged
+// version.dll is planted (Wine is told to prefer that copy, as Windows does).
 TEST(Logging, VersionLineReadsTheSystemCopysVersionResource) {
+    const std::string host = zktest::env("ZK_FIXTURES") + "\\doubles\\planted\\planted-host.exe";
+    ASSERT_TRUE(CopyFileA(zktest::env("ZK_RUNNER").c_str(), host.c_str(), FALSE));
+    zktest::writeString(HKEY_CURRENT_USER, "Software\\Wine\\AppDefaults\\planted-host.exe\\DllOverrides", "version",
+                        "native,builtin");
     ASSERT_TRUE(CopyFileA(zktest::env("ZK_DLL").c_str(), systemDll().c_str(), FALSE));
-    LogCapture log;
-    Logger::get().writeVersionLine();
-    DeleteFileA(systemDll().c_str());
     const std::string version = std::to_string(ZK_VERSION_MAJOR) + "." + std::to_string(ZK_VERSION_MINOR) +
                                 " (build " + std::to_string(ZK_VERSION_BUILD) + ")";
+    LogCapture log;
+    Logger::get().writeVersionLine();
     EXPECT_EQ(log.lines(), (std::vector<std::string>{systemDll() + " version:" + version, " "}))
         << log.dump();
+    LogCapture hosted;
+    zktest::runProcess("\"" + host + "\" --dll \"" + zktest::env("ZK_DLL") + "\" CoreCheckRollback 0");
+    DeleteFileA(systemDll().c_str());
+    EXPECT_TRUE(hosted.has(systemDll() + " version:" + version)) << hosted.dump();
 }
 
 TEST(Logging, EchoWindowShowsTheLatestLineUntilItIsDestroyed) {
@@ -130,6 +142,26 @@ TEST(Logging, UnopenableLogChangesNoResult) {
     EXPECT_NE(run.output.find("out[2]=0"), std::string::npos) << run.output;
     EXPECT_NE(run2.output.find("result=0 (0x0)"), std::string::npos) << run2.output;
     EXPECT_EQ(log.raw(), "");
+}
+
+// A log planted as a link to another file is refused: the file is left alone.
+TEST(Logging, LinkedLogIsRefused) {
+    // CMake planted zKCoreInst.log there as a symbolic link to target.txt.
+    const std::string links = zktest::env("ZK_LOG_LINK_DIR") + "\\";
+    const std::string target = links + "target.txt";
+    const std::string hard = links + "hard\\";
+    CreateDirectoryA(hard.c_str(), nullptr);
+    DeleteFileA((hard + kLogFileName).c_str());
+    std::ofstream(target, std::ios::binary) << "kept";
+    ASSERT_TRUE(CreateHardLinkA((hard + kLogFileName).c_str(), target.c_str(), nullptr));
+    char saved[MAX_PATH] = {};
+    GetEnvironmentVariableA("TMP", saved, MAX_PATH);
+    for (const std::string& temp : {links, hard}) {
+        SetEnvironmentVariableA("TMP", temp.c_str());
+        zktest::runRunner("CoreCheckRollback 0");
+        EXPECT_EQ(zktest::readFileFrom(target, 0), "kept") << temp;
+    }
+    SetEnvironmentVariableA("TMP", saved);
 }
 
 }  // namespace

@@ -34,13 +34,14 @@ TEST(MsiWrapper, TextPropertiesUpToTheBufferLimit) {
     msiWrapper msiw;
     std::string value = "unchanged";
 
-    session.set("ZK_TEXT", "hello world");
+    // Line breaks and other control characters of the value are logged as escapes, in one line.
+    session.set("ZK_TEXT", "hello\r\nCoreInstall >> OUT\x07");
     LogCapture log;
     EXPECT_EQ(msiw.getPropStrVal(session.handle(), "ZK_TEXT", value), 0u);
-    EXPECT_EQ(value, "hello world");
+    EXPECT_EQ(value, "hello\r\nCoreInstall >> OUT\x07");
     EXPECT_TRUE(log.hasInOrder({"Trace in msiWrapper::getPropStrVal, msiWrapper::getPropStrVal IN propName: ZK_TEXT",
-                                "Trace in msiWrapper::getPropStrVal, msiWrapper::getPropStrVal - cchValueBuf: 11",
-                                "Trace in msiWrapper::getPropStrVal, msiWrapper::getPropStrVal - szValueBuf: hello world"}))
+                                "Trace in msiWrapper::getPropStrVal, msiWrapper::getPropStrVal - cchValueBuf: 26",
+                                "Trace in msiWrapper::getPropStrVal, msiWrapper::getPropStrVal - szValueBuf: hello\\r\\nCoreInstall >> OUT\\x07"}))
         << log.dump();
 
     // An unset property reads as empty text.

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "StandIn.h"
+#include "support/StandIn.h"
 #include "cleanup/RMTable.h"
 #include "drivers/Win2KCoreInstaller.h"
 #include "frame/Platform.h"

@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "StandIn.h"
+#include "support/StandIn.h"
 #include "cleanup/RMTable.h"
 #include "drivers/Win2KCoreInstaller.h"
 #include "support/TestLog.h"

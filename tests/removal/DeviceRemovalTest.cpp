@@ -7,7 +7,7 @@
 #include "cleanup/DeviceRemoval.h"
 #include "drivers/Win2KCoreInstaller.h"
 #include "frame/Exception.h"
-#include "removal/TestDevices.h"
+#include "support/TestDevices.h"
 #include "support/DriverStage.h"
 #include "support/TestLog.h"
 #include "support/TestProcess.h"

@@ -60,6 +60,8 @@ TEST(InfText, CatalogLineWithOneBlankBeforeEqualsInTheFirstTwentyLines) {
         {lines(4, "CATALOGFILE = BVSUP.CAT ; comment"), true},
         {lines(4, "CatalogFile=bvsup.cat"), false},
         {lines(4, "CatalogFile = bvsifdh.cat"), false},
+        {lines(4, "CatalogFile = xbvsup.cat"), false},
+        {lines(4, "CatalogFile = other.cat ; replaces bvsup.cat"), false},
         {lines(4, "; CatalogFile = other.cat, bvsup.inf"), false},
         {lines(19, kCatalogLine), true},
         {lines(20, kCatalogLine), false},

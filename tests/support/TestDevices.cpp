@@ -1,4 +1,4 @@
-#include "removal/TestDevices.h"
+#include "support/TestDevices.h"
 
 #include <setupapi.h>
 #include <newdev.h>
@@ -104,6 +104,21 @@ bool deviceExists(const std::string& instanceId) {
     for (const auto& id : devicesWithId())
         if (lstrcmpiA(id.c_str(), instanceId.c_str()) == 0) return true;
     return false;
+}
+
+void withDevice(const std::string& id, const std::function<void(HDEVINFO, SP_DEVINFO_DATA&)>& each) {
+    forEachDevice([&](HDEVINFO set, SP_DEVINFO_DATA& element) {
+        if (lstrcmpiA(instanceId(set, element).c_str(), id.c_str()) == 0) each(set, element);
+    });
+}
+
+std::string deviceProperty(const std::string& id, DWORD property) {
+    char text[512] = {};
+    withDevice(id, [&](HDEVINFO set, SP_DEVINFO_DATA& element) {
+        SetupDiGetDeviceRegistryPropertyA(set, &element, property, nullptr, reinterpret_cast<BYTE*>(text),
+                                          sizeof(text) - 1, nullptr);
+    });
+    return text;
 }
 
 }  // namespace zktest

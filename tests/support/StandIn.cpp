@@ -1,6 +1,6 @@
 // Puts the winscard stand-in into the prefix's system folder for the run
 // (when ZK_WINSCARD_STANDIN is set) and puts the original back afterwards.
-#include "StandIn.h"
+#include "support/StandIn.h"
 
 #include <gtest/gtest.h>
 

@@ -4,6 +4,9 @@
 
 #include <windows.h>
 
+#include <setupapi.h>
+
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -31,5 +34,9 @@ private:
 // (exact, case-insensitive).
 std::vector<std::string> devicesWithId(const std::string& hardwareId = {});
 bool deviceExists(const std::string& instanceId);
+// Calls `each` with the device of that instance id, when it exists.
+void withDevice(const std::string& instanceId, const std::function<void(HDEVINFO, SP_DEVINFO_DATA&)>& each);
+// A text property (SPDRP_SERVICE, SPDRP_MFG, ...) of the device; "" when unreadable.
+std::string deviceProperty(const std::string& instanceId, DWORD property);
 
 }  // namespace zktest
