@@ -11,7 +11,7 @@
 #include <sstream>
 
 #include "doubles/scardsvr/TestServices.h"
-#include "removal/TestDevices.h"
+#include "support/TestDevices.h"
 #include "support/DriverStage.h"
 #include "support/TestLog.h"
 #include "support/TestProcess.h"
@@ -46,19 +46,6 @@ std::vector<std::string> upperFilters() {
     for (size_t at = 0; at < bytes.size() && bytes[at]; at = bytes.find('\0', at) + 1)
         names.emplace_back(bytes.c_str() + at);
     return names;
-}
-
-// Service name the device's driver runs under ("" without a driver).
-std::string serviceOf(const std::string& instanceId) {
-    HDEVINFO set = SetupDiCreateDeviceInfoList(nullptr, nullptr);
-    SP_DEVINFO_DATA element{};
-    element.cbSize = sizeof element;
-    char service[64] = {};
-    if (SetupDiOpenDeviceInfoA(set, instanceId.c_str(), nullptr, 0, &element))
-        SetupDiGetDeviceRegistryPropertyA(set, &element, SPDRP_SERVICE, nullptr, reinterpret_cast<BYTE*>(service),
-                                          sizeof service - 1, nullptr);
-    SetupDiDestroyDeviceInfoList(set);
-    return service;
 }
 
 bool serviceExists(const char* name) {
@@ -122,7 +109,7 @@ TEST_F(Package, InstallRepairUpgradeAndRemove) {
         << readFile(kInstallerLog);
     Product installed = Product::now();
     EXPECT_EQ(installed.readers, 3u) << installed.text();
-    for (const auto& reader : devicesWithId("*BVS0001")) EXPECT_STREQ(serviceOf(reader).c_str(), "bvsifdh");
+    for (const auto& reader : devicesWithId("*BVS0001")) EXPECT_EQ(deviceProperty(reader, SPDRP_SERVICE), "bvsifdh");
     EXPECT_TRUE(installed.filterService && installed.filterListed && installed.settings) << installed.text();
     EXPECT_EQ(upperFilters(), (std::vector<std::string>{"otherflt", "zKSCFLT"}));
     const std::string flags = std::string(kMiddleware) + "\\Install";
@@ -135,7 +122,9 @@ TEST_F(Package, InstallRepairUpgradeAndRemove) {
         << log.dump();
 
     LogCapture repair;
-    ASSERT_EQ(msiexec("/fa " + package("sample-4.50.msi")), 0u) << readFile(kInstallerLog);
+    // What /fomus sets: Wine's msiexec /f cannot repair (1605 for a package, 1 for a product code).
+    ASSERT_EQ(msiexec("/i " + package("sample-4.50.msi") + " REINSTALL=ALL REINSTALLMODE=omus"), 0u)
+        << readFile(kInstallerLog);
     EXPECT_TRUE(repair.has("CoreRepair << IN <time>")) << repair.dump();
     EXPECT_EQ(Product::now().text(), installed.text());
 
