@@ -17,6 +17,9 @@ namespace {
 
 const char* const kFlagKey = "Software\\Brevant\\Zenkey\\MIDDLEWARE\\Install";
 const char* const kUpgradeFlag = "UpgradeExecuting";
+// The reader count of the installation, for a repair or upgrade that is not told one.
+const char* const kSetupKey = "Software\\Brevant\\Zenkey\\MIDDLEWARE\\Setup";
+const char* const kReadersValue = "Readers";
 
 using CoreInstallFn = UINT(WINAPI*)(MSIHANDLE, UINT, UINT, UINT, UINT*, UINT, UINT, const char*);
 using HandleAndFlagFn = UINT(WINAPI*)(MSIHANDLE, UINT);
@@ -75,14 +78,34 @@ UINT deferredStep(MSIHANDLE h, const char* action, const char* description, cons
 // UILevel says so with 2 (INSTALLUILEVEL_NONE).
 UINT libraryUiLevel(unsigned msiUiLevel) { return msiUiLevel == static_cast<unsigned>(INSTALLUILEVEL_NONE) ? 0 : msiUiLevel; }
 
-bool upgradeFlagSet() {
+// A DWORD under HKLM (64-bit view); 0 when it cannot be read.
+DWORD readDword(const char* path, const char* name) {
     HKEY key = nullptr;
-    if (RegOpenKeyExA(HKEY_LOCAL_MACHINE, kFlagKey, 0, KEY_QUERY_VALUE | KEY_WOW64_64KEY, &key) != ERROR_SUCCESS)
-        return false;
+    if (RegOpenKeyExA(HKEY_LOCAL_MACHINE, path, 0, KEY_QUERY_VALUE | KEY_WOW64_64KEY, &key) != ERROR_SUCCESS) return 0;
     DWORD value = 0, size = sizeof value, type = 0;
-    const LONG rv = RegQueryValueExA(key, kUpgradeFlag, nullptr, &type, reinterpret_cast<BYTE*>(&value), &size);
+    const LONG rv = RegQueryValueExA(key, name, nullptr, &type, reinterpret_cast<BYTE*>(&value), &size);
     RegCloseKey(key);
-    return rv == ERROR_SUCCESS && type == REG_DWORD && value != 0;
+    return rv == ERROR_SUCCESS && type == REG_DWORD ? value : 0;
+}
+
+LONG writeDword(const char* path, const char* name, DWORD value) {
+    HKEY key = nullptr;
+    LONG rv = RegCreateKeyExA(HKEY_LOCAL_MACHINE, path, 0, nullptr, 0, KEY_SET_VALUE | KEY_WOW64_64KEY, nullptr,
+                              &key, nullptr);
+    if (rv != ERROR_SUCCESS) return rv;
+    rv = RegSetValueExA(key, name, 0, REG_DWORD, reinterpret_cast<const BYTE*>(&value), sizeof value);
+    RegCloseKey(key);
+    return rv;
+}
+
+// ZK_READERS as given, else the count the installation was made with, else 2.
+Taken readersToUse(const HostSession& session) {
+    const std::string given = session.property("ZK_READERS");
+    const DWORD remembered = readDword(kSetupKey, kReadersValue);
+    if (given.empty() && remembered >= 1 && remembered <= kMaxReaders)
+        return {remembered, "ZK_READERS is not set; using the " + std::to_string(remembered) +
+                                " readers of the installation"};
+    return takeReaders(given);
 }
 
 }  // namespace
@@ -96,7 +119,7 @@ extern "C" UINT WINAPI ZkPrepare(MSIHANDLE h) noexcept {
         HostSession session(h);
         session.actionText("ZkPrepare", "Preparing the smart-card driver installation");
         InstallRecord record;
-        const Taken readers = takeReaders(session.property("ZK_READERS"));
+        const Taken readers = readersToUse(session);
         const Taken fake = takeSwitch("ZK_FAKE_READER", session.property("ZK_FAKE_READER"));
         const Taken minimal = takeSwitch("ZK_MINIMAL_HW", session.property("ZK_MINIMAL_HW"));
         for (const Taken* t : {&readers, &fake, &minimal})
@@ -135,8 +158,10 @@ extern "C" UINT WINAPI ZkInstall(MSIHANDLE h) noexcept {
         [](CoreInstallFn fn, const HostSession& s, const InstallRecord& r) {
             UINT rebootMode = 0;
             const std::string clear = r.clearChoice ? std::to_string(*r.clearChoice) : std::string();
-            return fn(s.handle(), libraryUiLevel(r.uiLevel), r.readers, r.flags, &rebootMode, r.upgrade,
-                      r.upgradeVersion, r.clearChoice ? clear.c_str() : nullptr);
+            const UINT rv = fn(s.handle(), libraryUiLevel(r.uiLevel), r.readers, r.flags, &rebootMode, r.upgrade,
+                               r.upgradeVersion, r.clearChoice ? clear.c_str() : nullptr);
+            if (rv == ERROR_SUCCESS) writeDword(kSetupKey, kReadersValue, r.readers);
+            return rv;
         });
 }
 
@@ -160,14 +185,7 @@ extern "C" UINT WINAPI ZkUninstall(MSIHANDLE h) noexcept {
 // which runs next, must leave the drivers and readers alone.
 extern "C" UINT WINAPI ZkMarkUpgrade(MSIHANDLE h) noexcept {
     HostSession session(h);
-    HKEY key = nullptr;
-    const DWORD one = 1;
-    LONG rv = RegCreateKeyExA(HKEY_LOCAL_MACHINE, kFlagKey, 0, nullptr, 0, KEY_SET_VALUE | KEY_WOW64_64KEY, nullptr,
-                              &key, nullptr);
-    if (rv == ERROR_SUCCESS) {
-        rv = RegSetValueExA(key, kUpgradeFlag, 0, REG_DWORD, reinterpret_cast<const BYTE*>(&one), sizeof one);
-        RegCloseKey(key);
-    }
+    const LONG rv = writeDword(kFlagKey, kUpgradeFlag, 1);
     session.log(std::string("UpgradeExecuting=1 ") + (rv == ERROR_SUCCESS ? "written" : "not written, error ") +
                 (rv == ERROR_SUCCESS ? "" : std::to_string(rv)));
     return rv == ERROR_SUCCESS ? ERROR_SUCCESS : ERROR_INSTALL_FAILURE;
@@ -178,7 +196,7 @@ extern "C" UINT WINAPI ZkMarkUpgrade(MSIHANDLE h) noexcept {
 // registry stay for it.
 extern "C" UINT WINAPI ZkCheckUpgradeRemoval(MSIHANDLE h) noexcept {
     HostSession session(h);
-    if (!upgradeFlagSet()) return ERROR_SUCCESS;
+    if (readDword(kFlagKey, kUpgradeFlag) == 0) return ERROR_SUCCESS;
     session.log("a newer release is being installed: the client settings and the registry are kept");
     return session.setProperty("ZK_UPGRADE_REMOVAL", "1") ? ERROR_SUCCESS : ERROR_INSTALL_FAILURE;
 }
