@@ -1,8 +1,10 @@
-// Times the creation of 31 virtual readers through CoreInstallReaders and
-// through the same SetupAPI / newdev calls made directly, in one run, and
-// prints both times and their ratio. The reader package must be staged in
-// <system dir>\setup\Brevant\Zenkey, or its folder given as the argument.
-//   bench_install [package folder] [--dll zKCoreInst.dll]
+// Times, in one run, the creation of 31 virtual readers through
+// CoreInstallReaders and through the same SetupAPI / newdev calls made
+// directly, and their removal through CoreRemoveReaders and through a plain
+// DIF_REMOVE loop over the same devices; prints the times and the ratios.
+// The reader package must be staged in <system dir>\setup\Brevant\Zenkey,
+// or its folder given as the argument.
+//   bench_readers [package folder] [--dll zKCoreInst.dll]
 #include <windows.h>
 #include <setupapi.h>
 #include <newdev.h>
@@ -46,6 +48,25 @@ bool createReader(const std::string& inf) {
     return ok;
 }
 
+// Removes every device whose first hardware id is the reader's, as a caller
+// without the library would; the number removed.
+int removeReaders() {
+    HDEVINFO set = SetupDiGetClassDevsA(nullptr, nullptr, nullptr, DIGCF_ALLCLASSES);
+    if (set == INVALID_HANDLE_VALUE) return 0;
+    SP_DEVINFO_DATA device{};
+    device.cbSize = sizeof(device);
+    int removed = 0;
+    for (DWORD i = 0; SetupDiEnumDeviceInfo(set, i, &device); ++i) {
+        char ids[512] = {};
+        if (SetupDiGetDeviceRegistryPropertyA(set, &device, SPDRP_HARDWAREID, nullptr, reinterpret_cast<BYTE*>(ids),
+                                              sizeof(ids) - 2, nullptr) &&
+            lstrcmpiA(ids, kHwid) == 0 && SetupDiCallClassInstaller(DIF_REMOVE, set, &device))
+            ++removed;
+    }
+    SetupDiDestroyDeviceInfoList(set);
+    return removed;
+}
+
 template <class Fn>
 double seconds(Fn&& fn) {
     const auto start = std::chrono::steady_clock::now();
@@ -76,7 +97,7 @@ int main(int argc, char** argv) {
     const auto add = reinterpret_cast<CountFn>(reinterpret_cast<void*>(GetProcAddress(lib, "CoreInstallReaders")));
     const auto remove = reinterpret_cast<CountFn>(reinterpret_cast<void*>(GetProcAddress(lib, "CoreRemoveReaders")));
     if (!add || !remove) {
-        std::fprintf(stderr, "bench_install: cannot load %s\n", dll.c_str());
+        std::fprintf(stderr, "bench_readers: cannot load %s\n", dll.c_str());
         return 3;
     }
     const std::string inf = folder + "\\bvsifdh.inf";
@@ -85,20 +106,22 @@ int main(int argc, char** argv) {
     remove(0);
     UINT rv = 0;
     bool ok = true;
-    double library = 1e9, raw = 1e9;
+    double library = 1e9, raw = 1e9, libraryRemove = 1e9, rawRemove = 1e9;
     for (int round = 0; round < 2; ++round) {
         raw = std::min(raw, seconds([&] {
             for (int i = 0; i < kReaders && ok; ++i) ok = createReader(inf);
         }));
-        remove(0);
+        rawRemove = std::min(rawRemove, seconds([&] { ok = ok && removeReaders() == kReaders; }));
         library = std::min(library, seconds([&] { rv |= add(kReaders); }));
-        remove(0);
+        libraryRemove = std::min(libraryRemove, seconds([&] { rv |= remove(0); }));
     }
     if (rv != 0 || !ok) {
-        std::fprintf(stderr, "bench_install: creation failed (library %u, raw %d)\n", rv, ok);
+        std::fprintf(stderr, "bench_readers: failed (library %u, raw %d)\n", rv, ok);
         return 1;
     }
     std::printf("%d readers: CoreInstallReaders %.2f s, raw Win32 %.2f s, ratio %.3f\n", kReaders, library, raw,
                 library / raw);
+    std::printf("%d readers: CoreRemoveReaders %.3f s, raw DIF_REMOVE loop %.3f s, ratio %.3f\n", kReaders,
+                libraryRemove, rawRemove, libraryRemove / rawRemove);
     return 0;
 }
