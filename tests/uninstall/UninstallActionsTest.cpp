@@ -7,6 +7,8 @@
 #include "../msi_products/MessageBoxWatch.h"
 #include "frame/Exports.h"
 #include "support/DriverStage.h"
+#include "support/StandIn.h"
+#include "support/TestDevices.h"
 #include "support/TestLog.h"
 #include "support/TestRegistry.h"
 #include "support/TestSession.h"
@@ -83,6 +85,17 @@ TEST(ForcedClearance, RestartQuestionOnlyAtUiLevelZeroAndOkInsideAnInstallationR
             << log.dump();
         EXPECT_EQ(log.raw().find(" bDoneReboot=0") != std::string::npos, row.rebootCalled) << log.dump();
     }
+}
+
+// Run with msi.dll disabled on XP: the forced clearance that follows cannot ask, the removal still succeeds.
+TEST(MissingMsi, UninstallStillSucceeds) {
+    ScardSvrService scardSvr;
+    TestDevices devices;
+    devices.addReader("*BVS0001");
+    LogCapture log;
+    EXPECT_EQ(0u, CoreUninstall(0, 0));
+    EXPECT_TRUE(devicesWithId("*BVS0001").empty());
+    EXPECT_NE(log.raw().find("Failed to load <msi.dll> , err(0x"), std::string::npos) << log.dump();
 }
 
 }  // namespace
