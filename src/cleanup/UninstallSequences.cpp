@@ -121,7 +121,8 @@ void Win2KCoreInstaller::core_uninstall(UINT uiLevel, UINT& rebootMode, bool bMi
     }
 
     if (!bMinimalHw) regUpperFilter(1);
-    DeleteBrevantDrivers(true, bMinimalHw);
+    // Minimal hardware never had the filter: its service key is not ours to judge here.
+    DeleteBrevantDrivers(true, false);
     DeleteBrevantEnumDevice();
     Sleep(500);  // let the device tree settle
 

@@ -2,6 +2,8 @@
 // files and registry trees of the product gone, another vendor's things kept.
 #include <gtest/gtest.h>
 
+#include <functional>
+
 #include "drivers/DriverRegistry.h"
 #include "drivers/Win2KCoreInstaller.h"
 #include "frame/Exports.h"
@@ -120,4 +122,80 @@ TEST(Removal, UpgradeFlagSkipsOnceAndTokenClassStopsAfterReaders) {
     EXPECT_TRUE(stopped.hasInOrder({"Err in Win2KCoreInstaller::core_uninstall(), OldVersionExists",
                                     "Error - EXCEPTION - coreThrow: OldVersionExists, 0x1"}))
         << stopped.dump();
+}
+
+// Each fault is logged and the removal goes on: the reader still goes.
+TEST(UninstallFaults, LoggedNeverBlocking) {
+    const std::string held = DriverStage::driversFolder() + "\\zKSCFLT.sys";
+    zk::FileHandle open;
+    const struct {
+        const char* what;
+        std::function<void()> plant;
+        const char* line;
+    } rows[] = {
+        {"INF copies deleted",
+         [] {
+             for (const char* inf : {"bvsifdh.inf", "bvsup.inf"})
+                 for (const std::string& copy : DriverStage::installedInfCopies(inf)) DeleteFileA(copy.c_str());
+         },
+         "CANNOT FIND BVSUP OEM INF! "},
+        {"services gone",
+         [] {
+             for (const char* name : {"BVSUP", "BVSIFDH", "zKSCFLT"})
+                 DeleteService(TestServices().open(name, DELETE).get());
+         },
+         "OpenService() fails because ERROR_SERVICE_DOES_NOT_EXIST"},
+        {"filter list missing", [] { deleteValue(HKEY_LOCAL_MACHINE, zk::kReaderClassKey, "UpperFilters"); },
+         "RegQueryValueEx UpperFilters cannot read, rv=0x"},
+        {"filter list REG_SZ",
+         [] { writeRaw(HKEY_LOCAL_MACHINE, zk::kReaderClassKey, "UpperFilters", REG_SZ, {"zKSCFLT\0", 8}); },
+         "RegQueryValueEx UpperFilters type is not REG_MULTI_SZ"},
+        {"driver file held open",
+         [&] { open.reset(CreateFileA(held.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr)); },
+         "Cannot delete file: "},
+    };
+    ScardSvrService scardSvr;
+    Scenario noReaders;
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.what);
+        DriverStage stage;
+        zk::Win2KCoreInstaller().copy_oem(false);
+        TestDevices devices;
+        devices.addReader("*BVS0001");
+        row.plant();
+        LogCapture log;
+        EXPECT_EQ(0u, CoreUninstall(1, 0));
+        open.reset();
+        EXPECT_TRUE(devicesWithId("*BVS0001").empty());
+        EXPECT_NE(log.raw().find(row.line), std::string::npos) << log.dump();
+        deleteValue(HKEY_LOCAL_MACHINE, zk::kReaderClassKey, "UpperFilters");
+    }
+}
+
+// Minimal hardware leaves the fake reader, the filter package, its list entry and its service key
+// (Vista and later: on XP the forced clearance that follows takes them all).
+TEST(MinimalHardware, KeepsTheFakeReaderAndTheFilter) {
+    ScardSvrService scardSvr;
+    Scenario noReaders;
+    DriverStage stage;
+    zk::Win2KCoreInstaller().copy_oem(false);
+    const std::string filterInf = DriverStage::infFolder() + "\\oem77.inf";  // the filter package's copy
+    CopyFileA(DriverStage::fixture("package\\zKSCFLT.inf").c_str(), filterInf.c_str(), FALSE);
+    TestDevices devices;
+    devices.addReader("*BVS0001");
+    devices.addReader("*bvs0009");
+    LogCapture log;
+    EXPECT_EQ(0u, CoreUninstall(1, 1));
+    Tally t;
+    t.check(devicesWithId("*BVS0001").empty(), "reader gone");
+    t.check(devicesWithId("*BVS0009").size() == 1, "fake reader kept");
+    t.check(GetFileAttributesA(filterInf.c_str()) != INVALID_FILE_ATTRIBUTES, "filter package kept");
+    DWORD type = 0;
+    std::string filters;
+    readRaw(HKEY_LOCAL_MACHINE, zk::kReaderClassKey, "UpperFilters", type, filters);
+    t.check(filters.find("zKSCFLT") != std::string::npos, "filter list entry kept");
+    t.check(keyExists(HKEY_LOCAL_MACHINE, "SYSTEM\\CurrentControlSet\\Services\\zKSCFLT"), "filter service key kept");
+    t.check(log.has("Trace in Win2KCoreInstaller::core_uninstall(),  FilterDriver: not used because "
+                    "D_USE_MINIMAL_HW_ONLY"), "log line");
+    EXPECT_EQ("", t.failed) << t.held << " held\n" << log.dump();
 }
