@@ -4,7 +4,7 @@
 set -euo pipefail
 
 packages=(cmake ninja-build g++-mingw-w64-x86-64 wine wine64 wixl msitools googletest
-          openssl xxd binutils-mingw-w64-x86-64)
+          python3 binutils-mingw-w64-x86-64)
 
 missing=()
 for p in "${packages[@]}"; do

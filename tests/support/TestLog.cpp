@@ -3,13 +3,15 @@
 #include <windows.h>
 
 #include <algorithm>
+#include <fstream>
+#include <iterator>
+#include <regex>
 
 namespace zktest {
 
 std::string logFilePath() {
     char dir[MAX_PATH] = {};
-    DWORD n = GetTempPathA(MAX_PATH, dir);
-    return std::string(dir, n) + "\\zKCoreInst.log";
+    return std::string(dir, GetTempPathA(MAX_PATH, dir)) + "\\zKCoreInst.log";
 }
 
 long long fileSize(const std::string& path) {
@@ -19,50 +21,20 @@ long long fileSize(const std::string& path) {
 }
 
 std::string readFileFrom(const std::string& path, long long offset) {
-    HANDLE f = CreateFileA(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
-                           nullptr, OPEN_EXISTING, 0, nullptr);
-    if (f == INVALID_HANDLE_VALUE) return std::string();
-    LARGE_INTEGER at;
-    at.QuadPart = offset;
-    SetFilePointerEx(f, at, nullptr, FILE_BEGIN);
-    std::string text;
-    char buf[65536];
-    DWORD got = 0;
-    while (ReadFile(f, buf, sizeof buf, &got, nullptr) && got > 0) text.append(buf, got);
-    CloseHandle(f);
-    return text;
+    std::ifstream in(path, std::ios::binary);
+    in.seekg(offset);
+    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
 std::string stripThread(const std::string& line) {
-    if (line.rfind("(ThID:", 0) != 0) return line;
-    size_t end = line.find("): ");
-    return end == std::string::npos ? line : line.substr(end + 3);
+    const size_t end = line.find("): ");
+    return line.rfind("(ThID:", 0) == 0 && end != std::string::npos ? line.substr(end + 3) : line;
 }
 
 // Replaces every ctime stamp ("Mon Nov 23 07:17:26 2026") by "<time>".
 std::string normalizeTime(const std::string& line) {
-    auto isUpper = [](char c) { return c >= 'A' && c <= 'Z'; };
-    auto isLower = [](char c) { return c >= 'a' && c <= 'z'; };
-    auto isDigit = [](char c) { return c >= '0' && c <= '9'; };
-    const char* shape = "Aaa Aaa 9d dd:dd:dd dddd";  // A upper, a lower, d digit, 9 digit or blank
-    const size_t n = 24;
-    std::string out;
-    size_t i = 0;
-    while (i < line.size()) {
-        bool match = i + n <= line.size();
-        for (size_t k = 0; match && k < n; ++k) {
-            char c = line[i + k], s = shape[k];
-            match = (s == 'A' && isUpper(c)) || (s == 'a' && isLower(c)) || (s == 'd' && isDigit(c)) ||
-                    (s == '9' && (isDigit(c) || c == ' ')) || (s == c);
-        }
-        if (match) {
-            out += "<time>";
-            i += n;
-        } else {
-            out += line[i++];
-        }
-    }
-    return out;
+    static const std::regex stamp("[A-Z][a-z]{2} [A-Z][a-z]{2} [ 0-9][0-9] [0-9]{2}:[0-9]{2}:[0-9]{2} [0-9]{4}");
+    return std::regex_replace(line, stamp, "<time>");
 }
 
 LogCapture::LogCapture() : start_(fileSize(logFilePath())) {}
@@ -72,12 +44,9 @@ std::string LogCapture::raw() const { return readFileFrom(logFilePath(), start_)
 std::vector<std::string> LogCapture::lines() const {
     std::vector<std::string> out;
     const std::string text = raw();
-    size_t pos = 0;
-    while (pos < text.size()) {
-        size_t end = text.find("\r\n", pos);
-        if (end == std::string::npos) end = text.size();
+    for (size_t pos = 0, end; pos < text.size(); pos = end + 2) {
+        end = std::min(text.find("\r\n", pos), text.size());
         out.push_back(normalizeTime(stripThread(text.substr(pos, end - pos))));
-        pos = end + 2;
     }
     return out;
 }
@@ -87,8 +56,7 @@ bool LogCapture::hasInOrder(const std::vector<std::string>& wanted) const {
     auto it = all.begin();
     for (const auto& w : wanted) {
         it = std::find(it, all.end(), w);
-        if (it == all.end()) return false;
-        ++it;
+        if (it++ == all.end()) return false;
     }
     return true;
 }
