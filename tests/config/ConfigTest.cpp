@@ -1,0 +1,177 @@
+// Client settings from installer properties and their removal, the browsers'
+// security-module registration (a recording modutil stand-in, questions
+// answered through the installer's external UI) and the process test.
+#include "msi/TestBed.h"
+#include "config/BrowserModules.h"
+#include "config/RangeTable.h"
+#include "system/ProcessRunning.h"
+
+namespace {
+
+const std::string kKey = "Software\\Brevant\\Zenkey\\MIDDLEWARE\\", kSet = "Trace in setPropRegistryVal - new, key =" + kKey, kWarn = "Warn in setPropRegistryVal - new, ",
+                  kShared = env("CommonProgramFiles") + "\\brevant shared\\zenkey\\Keyhub\\", kRecord = env("TEMP") + "\\zk-modutil.record";
+void touch(const std::string& path) { fs::create_directories(fs::path(path).parent_path()); std::ofstream(path) << "x"; }
+// Numbers at "group\name" below MIDDLEWARE (written first when `write` is given) as one text, "-" for a missing one.
+std::string dwords(const Rows& paths, std::optional<DWORD> write = std::nullopt) {
+    std::string all;
+    for (const std::string& p : paths) {
+        const std::string key = kKey + p.substr(0, p.rfind('\\')), name = p.substr(p.rfind('\\') + 1);
+        if (write) writeDword(HKEY_LOCAL_MACHINE, key, name, *write);
+        const auto v = readDword(HKEY_LOCAL_MACHINE, key, name);
+        all += (all.empty() ? "" : " ") + (v ? std::to_string(*v) : "-");
+    }
+    return all;
+}
+std::string text(const std::string& path, const char* name) { return readString(HKEY_LOCAL_MACHINE, kKey + path, name).value_or("-"); }
+void clean() {
+    deleteTree(HKEY_LOCAL_MACHINE, "Software\\Brevant");
+    for (const std::string& dir : {env("CommonProgramFiles") + "\\brevant shared", env("APPDATA") + "\\Mozilla", env("APPDATA") + "\\Netscape", kRecord})
+        fs::remove_all(dir);
+}
+
+// A fresh installation writes every default; removal takes exactly these values and the keys left empty.
+TEST(Config, DefaultsWrittenThenRemoved) {
+    clean();
+    const Rows names = {"InitApp\\AdvancedView", "GENERAL\\PcscSlots", "GENERAL\\SoftwareSlots", "GENERAL\\SingleLogon", "GENERAL\\SingleLogonTimeout",
+        "CertStore\\PropagateUserCertificates", "CertStore\\PropagateCACertificates", "CertStore\\SynchronizeStore", "CertStore\\RemoveUserCertsOnTokenRemove",
+        "CertStore\\AddToTokenOnNewCertInStore", "CertStore\\RemoveFromStoreOnRemoveFromToken", "CertStore\\RemoveFromTokenOnRemoveFromStore",
+        "CertStore\\CertsToRemoveStorePeriod", "PQ\\pqMinLen", "PQ\\pqMixChars", "PQ\\pqMaxAge", "PQ\\pqMinAge", "PQ\\pqWarnPeriod", "PQ\\pqHistorySize",
+        "CAPI\\IEXPLORE.EXE\\DefEnrollType", "CAPI\\MinKeySize"};
+    const std::string app = kShared + "DuoStore Partition\\DuoStorePartition.exe";
+    touch(app);
+    TestSession session;
+    const std::string h = " hInstall=" + std::to_string(session.handle());
+    LogCapture log;
+    EXPECT_EQ(PKIInstall(session.handle()), 0u);
+    EXPECT_EQ(dwords(names), "1 16 1 0 0 1 1 1 1 1 1 0 7 6 1 0 0 0 10 1 1024");
+    EXPECT_EQ(text("CertStore", "RemoveFromTokenOnRemoveFromStoreTemplates") + text("zkPropsApps\\app1", "zkAppTitle") + text("zkPropsApps\\app1", "zkAppDescription"),
+              "-Zenkey DuoStore Partition ApplicationEnables the creation of a partition with a customizable size, and the loading of files into the partition");
+    EXPECT_TRUE(log.hasInOrder({"setPropRegistryVal - new: entry <time> " + h + " propName=PROP_PCSCSLOTS groupName=GENERAL valueName=PcscSlots",
+        kSet + "GENERAL oldvalue=(none) newvalue(RegSetValue)=16 bUpdateExisting=0 rv=0", "Trace in setPropRegistryStrVal - new, ignore empty value for "
+        "property PROP_CERTEMP", "Trace in clientSharedFolder, shared folder: " + kShared, "setPropRegistryStrVal - new: entry <time> " + h +
+        " propName= groupName=zkPropsApps valueName=zkAppExecutable valueDefault=" + app, "updateBrowserModules: entry <time>  add=1"})) << log.dump();
+
+    writeString(HKEY_LOCAL_MACHINE, kKey + "CertStore", "RemoveFromTokenOnRemoveFromStoreTemplates", "T");
+    dwords({"GENERAL\\Foreign", "Install\\Reboot"}, 1);
+    LogCapture removal;
+    EXPECT_EQ(PKIRemove(session.handle()), 0u);
+    EXPECT_EQ(dwords(names) + " " + dwords({"GENERAL\\Foreign", "Install\\Reboot"}), "- - - - - - - - - - - - - - - - - - - - - 1 1");
+    for (const char* gone : {"InitApp", "CertStore", "PQ", "CAPI", "zkPropsApps"}) EXPECT_FALSE(keyExists(HKEY_LOCAL_MACHINE, kKey + gone)) << gone;
+    const std::string deleted = "Trace in removeClientSettings, deleted MIDDLEWARE\\";
+    EXPECT_TRUE(removal.hasInOrder({"updateBrowserModules: entry <time>  add=0", deleted + "InitApp\\AdvancedView", deleted + "CertStore\\RemoveFromTokenOnRemoveFromStoreTemplates",
+        deleted + "zkPropsApps\\app1\\zkAppExecutable", "Trace in removeClientSettings, deleted empty key MIDDLEWARE\\CAPI\\IEXPLORE.EXE"})) << removal.dump();
+}
+
+// Every reader over values already there (77): a valid property overwrites; a default, an unreadable or an
+// out-of-range one never does. The text readers use atoi and force single logon when a timeout is set.
+TEST(Config, ReadersOverwriteOnlyWithValidProperties) {
+    const struct { const char* op; UINT(WINAPI* action)(MSIHANDLE); bool text, logsStored; } readers[] = {
+        {"PKIInstall", PKIInstall, false, false}, {"PKIRegInstall", PKIRegInstall, true, false}, {"CoreStoreProps", CoreStoreProps, true, true}};
+    const Rows names = {"InitApp\\AdvancedView", "GENERAL\\PcscSlots", "GENERAL\\SoftwareSlots", "GENERAL\\SingleLogon", "GENERAL\\SingleLogonTimeout",
+        "CertStore\\CertsToRemoveStorePeriod", "PQ\\pqMinLen", "PQ\\pqMixChars", "PQ\\pqWarnPeriod", "PQ\\pqHistorySize"};
+    for (const auto& r : readers) {
+        clean();
+        for (const Rows& set : {names, Rows{"CAPI\\MinKeySize"}}) dwords(set, 77);
+        writeString(HKEY_LOCAL_MACHINE, kKey + "CertStore", "RemoveFromTokenOnRemoveFromStoreTemplates", "old");
+        TestSession s;
+        for (const auto& [name, value] : std::vector<std::pair<const char*, std::string>>{{"PROP_PCSCSLOTS", "1001"}, {"PROP_SOFTWARESLOTS", "0"},
+                 {"PROP_CERREMOVESTO", "37001"}, {"PROP_CERTEMP", "User;Smartcard Logon"}, {"PROP_SINGLELOGONTO", "10000"}, {"PROP_SINGLELOGON", "0"},
+                 {"PROP_PQ_MINLEN", "4abc"}, {"PROP_PQ_MIXCHARS", "-5"}, {"PROP_PQ_WARNPERIOD", "\x01\x02\xfe\x7f"},
+                 {"PROP_MINKEYSIZE", "99999999999999999999"}, {"PROP_ADVANCED_VIEW", std::string(1500, '7')}})
+            s.set(name, value);
+        const std::string op = std::string("Trace in ") + r.op + ", ";
+        LogCapture log;
+        EXPECT_EQ(r.action(s.handle()), 0u) << r.op;
+        // Binary junk reads as 0 through atoi; atoi's overflow is the runtime's.
+        EXPECT_EQ(dwords(names), r.text ? "77 77 0 1 10000 77 4 77 0 77" : "77 77 0 0 10000 77 4 77 77 77") << r.op;
+        EXPECT_TRUE((r.text || dwords({"CAPI\\MinKeySize"}) == "77") && text("CertStore", "RemoveFromTokenOnRemoveFromStoreTemplates") == "User;Smartcard Logon");
+        EXPECT_TRUE(log.hasInOrder({r.text ? "Err in msiWrapper::getPropStrVal, msiWrapper::getPropStrVal(): cannot locate CustomActionData property"
+            : "Err in msiWrapper::getPropVal(), MsiGetProperty() cannot locate property PROP_ADVANCED_VIEW",
+            "Warn in " + std::string(r.text ? r.op : "setPropRegistryVal - new") + ", failed read property PROP_ADVANCED_VIEW",
+            kWarn + "Range fail value 1001 for property PROP_PCSCSLOTS", kSet + "GENERAL stores previous value=77 (bUpdateExisting=0)",
+            kSet + "GENERAL oldvalue=77 newvalue(RegSetValue)=0 bUpdateExisting=1 rv=0", kWarn + "Range fail value 37001 for property PROP_CERREMOVESTO",
+            "Trace in setPropRegistryStrVal - new, key =" + kKey + "CertStore oldvalue=old newvalue=User;Smartcard Logon bUpdateExisting=1 rv=0",
+            kWarn + "Range fail value 4294967291 for property PROP_PQ_MIXCHARS"})) << r.op << log.dump();
+        EXPECT_EQ(log.has("Err in msiWrapper::getPropVal(), cannot parse property value to DWORD"), !r.text);
+        EXPECT_EQ(log.hasInOrder({op + "PROP_PCSCSLOTS(atoi)=1001", op + "PROP_PQ_MIXCHARS(atoi)=-5", op + "prop_singlelogon=1 because prop_singlelogontimeout!=0",
+            op + "hInstall=" + std::to_string(s.handle()) + " advanced_view=0xffffffff pcscslots=0x3e9 softwareslots=0x0 singlelogon=0x1 singlelogontimeout="
+            "0x2710 propagateusercer=0xffffffff propagatecacer=0xffffffff pq_minlen=0x4 pq_mixchars=0xfffffffb pq_maxage=0xffffffff pq_warnperiod=0x0 "
+            "pq_historysize=0xffffffff pq_minage=0xffffffff explorer_defenrol=0xffffffff upd_infpath=0x0"}), r.text) << r.op << log.dump();
+        EXPECT_EQ(log.hasInOrder({op + "stored PROP_SOFTWARESLOTS in MIDDLEWARE\\GENERAL\\SoftwareSlots",
+                                  op + "stored PROP_EXPLORER_DEFENROL in MIDDLEWARE\\CAPI\\IEXPLORE.EXE\\DefEnrollType"}), r.logsStored);
+        EXPECT_EQ(log.has(op + "stored PROP_PCSCSLOTS in MIDDLEWARE\\GENERAL\\PcscSlots") + log.count("updateBrowserModules: entry <time>  add=1"), !r.logsStored);
+    }
+    clean();
+    const zk::RangeDecision high = zk::applyRange("PROP_SINGLELOGONTO", 10001), other = zk::applyRange("PROP_X", 12), unset = zk::applyRange("PROP_X", zk::kNotSet);
+    EXPECT_TRUE(high.rangeFail && high.value == 0 && other.bUpdateExisting && other.value == 12 && !unset.bUpdateExisting && !unset.rangeFail);
+}
+
+// Answers the installer's questions: Cancel to the `g_cancel`th, OK to the others; removes `g_vanish` while the first is open.
+Rows g_asked;
+size_t g_cancel = 0;
+std::string g_vanish;
+int WINAPI answer(void*, UINT, LPCSTR message) {
+    g_asked.emplace_back(message);
+    if (g_asked.size() == 1 && !g_vanish.empty()) fs::remove_all(g_vanish);
+    return g_asked.size() == g_cancel ? IDCANCEL : IDOK;
+}
+
+// Firefox profiles (one with blanks), the Mozilla suite's salted folder and a Netscape profile: each database is added,
+// then deleted unless its question is cancelled or it vanished while the question was open.
+TEST(Config, BrowserDatabasesAddedThenDeleted) {
+    clean();
+    SetEnvironmentVariableA("ZK_MODUTIL_RECORD", kRecord.c_str());
+    const std::string modutil = kShared + "modutil\\modutil.exe", data = env("APPDATA") + "\\", op = "Trace in pkcs11_netscape_update_new, ";
+    TestSession session;
+    MsiApi::get().SetExternalUIA(reinterpret_cast<void*>(&answer), 1 << 1 | 1 << 3, nullptr);  // errors, user texts
+    LogCapture log;
+    EXPECT_EQ(PKIInstall(session.handle()), 0u);  // no browser folders
+    const Rows dirs = {data + "Mozilla\\Firefox\\Profiles\\abc.default", data + "Mozilla\\Firefox\\Profiles\\my old profile",
+                       data + "Mozilla\\Profiles\\default\\x1y2.slt", data + "Netscape\\Mozilla\\nets.default"};
+    for (const std::string& dir : dirs) touch(dir + "\\secmod.db");
+    EXPECT_TRUE(PKIInstall(session.handle()) == 0 && g_asked.empty());  // no tool
+    fs::create_directories(kShared + "modutil");
+    ASSERT_TRUE(CopyFileA(env("ZK_MODUTIL").c_str(), modutil.c_str(), FALSE));
+    EXPECT_EQ(PKIInstall(session.handle()), 0u);
+    Rows commands, recorded;
+    for (const std::string& dir : dirs) commands.push_back("\"" + modutil + "\" -add Zenkey -libfile zKPKCS11.DLL -mechanisms RSA:DES -force -dbdir \"" + dir + "\"");
+    for (int i : {2, 3}) commands.push_back("\"" + modutil + "\" -delete Zenkey -force -dbdir \"" + dirs[i] + "\"");
+    const auto question = [](const std::string& b) {
+        return "Zenkey Keyhub installer will update your " + b + " browser. Please close your " + b + " browser, wait few seconds, and press Ok. Press Cancel to skip update.";
+    };
+    EXPECT_EQ(g_asked, (Rows{question("Mozilla"), question("Mozilla"), question("Mozilla"), question("Netscape")}));
+    EXPECT_TRUE(log.hasInOrder({"Warn in findFiles, Mozilla: dir path NOT valid.", "Warn in findFiles, Netscape: dir path NOT valid.",
+        "Err in getModutilPath: Modutil.exe path not valid!!!!!", "Err in getModutilPath: Modutil.exe path not valid!!!!!",
+        "pkcs11_netscape_update_new: entry <time>  vendor=Mozilla add=1", "getModutilPath: Modutil.exe path : " + modutil, op + "Try again (MessageBox()==IDOK)",
+        op + "cmdline:: " + commands[0], "pkcs11_netscape_update_new: entry <time>  vendor=Netscape add=1"})) << log.dump();
+
+    g_cancel = 2;
+    g_vanish = dirs[0];
+    g_asked.clear();
+    LogCapture removal;
+    EXPECT_EQ(PKIRemove(session.handle()), 0u);
+    std::string line;
+    for (std::ifstream in(kRecord); std::getline(in, line);) recorded.push_back(line);
+    EXPECT_TRUE(recorded == commands && g_asked.size() == 4u);
+    fs::remove_all(data + "Mozilla");
+    fs::remove_all(data + "Netscape\\Mozilla");
+    EXPECT_EQ(PKIInstall(session.handle()), 0u);
+    EXPECT_TRUE(removal.hasInOrder({"Warn in pkcs11_netscape_update_new, data base file gone, skipped: " + dirs[0] + "\\secmod.db", op + " MessageBox IDCANCEL",
+        "Err in pkcs11_netscape_update_new, pkcs11_netscape_update_new: No data base file 'secmod.db' was found..."}) &&
+        removal.count(op + " MessageBox IDCANCEL") == 1 && zk::browserName("D:\\P\\secmod.db") == "Mozilla Firefox") << removal.dump();
+    clean();
+}
+
+TEST(ProcessRunning, WholeImageNameWithoutRegardToCase) {
+    char self[MAX_PATH] = {};
+    GetModuleFileNameA(nullptr, self, MAX_PATH);
+    std::string name = fs::path(self).filename().string(), upper = name;
+    for (char& c : upper) c = static_cast<char>(toupper(static_cast<unsigned char>(c)));
+    const bool psapi = env("ZK_NO_PSAPI").empty();  // without it the answer is 0
+    LogCapture log;
+    EXPECT_EQ(zk::isProcessRunning(upper.c_str()) + zk::isProcessRunning(("x" + name).c_str()) + zk::isProcessRunning("") + zk::isProcessRunning(nullptr), psapi ? 1 : 0);
+    EXPECT_TRUE(log.hasInOrder(psapi ? Rows{"::isProcessRunning: entry <time>  , process: " + upper, "::isProcessRunning: exit  (ret=0x1"}
+                                     : Rows{"Err in ::isProcessRunning, cannot open PSAPI.DLL"})) << log.dump();
+}
+
+}  // namespace
