@@ -10,6 +10,11 @@ namespace {
 
 const std::string kKey = "Software\\Brevant\\Zenkey\\MIDDLEWARE\\", kSet = "Trace in setPropRegistryVal - new, key =" + kKey, kWarn = "Warn in setPropRegistryVal - new, ",
                   kShared = env("CommonProgramFiles") + "\\brevant shared\\zenkey\\Keyhub\\", kRecord = env("TEMP") + "\\zk-modutil.record";
+const Rows kNames = {"InitApp\\AdvancedView", "GENERAL\\PcscSlots", "GENERAL\\SoftwareSlots", "GENERAL\\SingleLogon", "GENERAL\\SingleLogonTimeout",
+    "CertStore\\PropagateUserCertificates", "CertStore\\PropagateCACertificates", "CertStore\\SynchronizeStore", "CertStore\\RemoveUserCertsOnTokenRemove",
+    "CertStore\\AddToTokenOnNewCertInStore", "CertStore\\RemoveFromStoreOnRemoveFromToken", "CertStore\\RemoveFromTokenOnRemoveFromStore",
+    "CertStore\\CertsToRemoveStorePeriod", "PQ\\pqMinLen", "PQ\\pqMixChars", "PQ\\pqMaxAge", "PQ\\pqMinAge", "PQ\\pqWarnPeriod", "PQ\\pqHistorySize",
+    "CAPI\\IEXPLORE.EXE\\DefEnrollType", "CAPI\\MinKeySize"};
 void touch(const std::string& path) { fs::create_directories(fs::path(path).parent_path()); std::ofstream(path) << "x"; }
 // Numbers at "group\name" below MIDDLEWARE (written first when `write` is given) as one text, "-" for a missing one.
 std::string dwords(const Rows& paths, std::optional<DWORD> write = std::nullopt) {
@@ -17,33 +22,26 @@ std::string dwords(const Rows& paths, std::optional<DWORD> write = std::nullopt)
     for (const std::string& p : paths) {
         const std::string key = kKey + p.substr(0, p.rfind('\\')), name = p.substr(p.rfind('\\') + 1);
         if (write) writeDword(HKEY_LOCAL_MACHINE, key, name, *write);
-        const auto v = readDword(HKEY_LOCAL_MACHINE, key, name);
-        all += (all.empty() ? "" : " ") + (v ? std::to_string(*v) : "-");
+        all += (all.empty() ? "" : " ") + (readDword(HKEY_LOCAL_MACHINE, key, name) ? std::to_string(*readDword(HKEY_LOCAL_MACHINE, key, name)) : "-");
     }
     return all;
 }
 std::string text(const std::string& path, const char* name) { return readString(HKEY_LOCAL_MACHINE, kKey + path, name).value_or("-"); }
 void clean() {
     deleteTree(HKEY_LOCAL_MACHINE, "Software\\Brevant");
-    for (const std::string& dir : {env("CommonProgramFiles") + "\\brevant shared", env("APPDATA") + "\\Mozilla", env("APPDATA") + "\\Netscape", kRecord})
-        fs::remove_all(dir);
+    for (const std::string& dir : {env("CommonProgramFiles") + "\\brevant shared", env("APPDATA") + "\\Mozilla", env("APPDATA") + "\\Netscape", kRecord}) fs::remove_all(dir);
 }
 
 // A fresh installation writes every default; removal takes exactly these values and the keys left empty.
 TEST(Config, DefaultsWrittenThenRemoved) {
     clean();
-    const Rows names = {"InitApp\\AdvancedView", "GENERAL\\PcscSlots", "GENERAL\\SoftwareSlots", "GENERAL\\SingleLogon", "GENERAL\\SingleLogonTimeout",
-        "CertStore\\PropagateUserCertificates", "CertStore\\PropagateCACertificates", "CertStore\\SynchronizeStore", "CertStore\\RemoveUserCertsOnTokenRemove",
-        "CertStore\\AddToTokenOnNewCertInStore", "CertStore\\RemoveFromStoreOnRemoveFromToken", "CertStore\\RemoveFromTokenOnRemoveFromStore",
-        "CertStore\\CertsToRemoveStorePeriod", "PQ\\pqMinLen", "PQ\\pqMixChars", "PQ\\pqMaxAge", "PQ\\pqMinAge", "PQ\\pqWarnPeriod", "PQ\\pqHistorySize",
-        "CAPI\\IEXPLORE.EXE\\DefEnrollType", "CAPI\\MinKeySize"};
     const std::string app = kShared + "DuoStore Partition\\DuoStorePartition.exe";
     touch(app);
     TestSession session;
     const std::string h = " hInstall=" + std::to_string(session.handle());
     LogCapture log;
     EXPECT_EQ(PKIInstall(session.handle()), 0u);
-    EXPECT_EQ(dwords(names), "1 16 1 0 0 1 1 1 1 1 1 0 7 6 1 0 0 0 10 1 1024");
+    EXPECT_EQ(dwords(kNames), "1 16 1 0 0 1 1 1 1 1 1 0 7 6 1 0 0 0 10 1 1024");
     EXPECT_EQ(text("CertStore", "RemoveFromTokenOnRemoveFromStoreTemplates") + text("zkPropsApps\\app1", "zkAppTitle") + text("zkPropsApps\\app1", "zkAppDescription"),
               "-Zenkey DuoStore Partition ApplicationEnables the creation of a partition with a customizable size, and the loading of files into the partition");
     EXPECT_TRUE(log.hasInOrder({"setPropRegistryVal - new: entry <time> " + h + " propName=PROP_PCSCSLOTS groupName=GENERAL valueName=PcscSlots",
@@ -55,36 +53,34 @@ TEST(Config, DefaultsWrittenThenRemoved) {
     dwords({"GENERAL\\Foreign", "Install\\Reboot"}, 1);
     LogCapture removal;
     EXPECT_EQ(PKIRemove(session.handle()), 0u);
-    EXPECT_EQ(dwords(names) + " " + dwords({"GENERAL\\Foreign", "Install\\Reboot"}), "- - - - - - - - - - - - - - - - - - - - - 1 1");
+    EXPECT_EQ(dwords(kNames) + " " + dwords({"GENERAL\\Foreign", "Install\\Reboot"}), "- - - - - - - - - - - - - - - - - - - - - 1 1");
     for (const char* gone : {"InitApp", "CertStore", "PQ", "CAPI", "zkPropsApps"}) EXPECT_FALSE(keyExists(HKEY_LOCAL_MACHINE, kKey + gone)) << gone;
     const std::string deleted = "Trace in removeClientSettings, deleted MIDDLEWARE\\";
     EXPECT_TRUE(removal.hasInOrder({"updateBrowserModules: entry <time>  add=0", deleted + "InitApp\\AdvancedView", deleted + "CertStore\\RemoveFromTokenOnRemoveFromStoreTemplates",
         deleted + "zkPropsApps\\app1\\zkAppExecutable", "Trace in removeClientSettings, deleted empty key MIDDLEWARE\\CAPI\\IEXPLORE.EXE"})) << removal.dump();
 }
 
-// Every reader over values already there (77): a valid property overwrites; a default, an unreadable or an
-// out-of-range one never does. The text readers use atoi and force single logon when a timeout is set.
+// Every reader over values already there (77): a valid property overwrites; a default, an unreadable, an unparsable
+// or an out-of-range one never does. The text readers use atoi and force single logon when a timeout is set.
 TEST(Config, ReadersOverwriteOnlyWithValidProperties) {
     const struct { const char* op; UINT(WINAPI* action)(MSIHANDLE); bool text, logsStored; } readers[] = {
         {"PKIInstall", PKIInstall, false, false}, {"PKIRegInstall", PKIRegInstall, true, false}, {"CoreStoreProps", CoreStoreProps, true, true}};
-    const Rows names = {"InitApp\\AdvancedView", "GENERAL\\PcscSlots", "GENERAL\\SoftwareSlots", "GENERAL\\SingleLogon", "GENERAL\\SingleLogonTimeout",
-        "CertStore\\CertsToRemoveStorePeriod", "PQ\\pqMinLen", "PQ\\pqMixChars", "PQ\\pqWarnPeriod", "PQ\\pqHistorySize"};
     for (const auto& r : readers) {
         clean();
-        for (const Rows& set : {names, Rows{"CAPI\\MinKeySize"}}) dwords(set, 77);
+        dwords(kNames, 77);
+        deleteValue(HKEY_LOCAL_MACHINE, kKey + "CAPI\\IEXPLORE.EXE", "DefEnrollType");  // the one default written
         writeString(HKEY_LOCAL_MACHINE, kKey + "CertStore", "RemoveFromTokenOnRemoveFromStoreTemplates", "old");
         TestSession s;
         for (const auto& [name, value] : std::vector<std::pair<const char*, std::string>>{{"PROP_PCSCSLOTS", "1001"}, {"PROP_SOFTWARESLOTS", "0"},
                  {"PROP_CERREMOVESTO", "37001"}, {"PROP_CERTEMP", "User;Smartcard Logon"}, {"PROP_SINGLELOGONTO", "10000"}, {"PROP_SINGLELOGON", "0"},
-                 {"PROP_PQ_MINLEN", "4abc"}, {"PROP_PQ_MIXCHARS", "-5"}, {"PROP_PQ_WARNPERIOD", "\x01\x02\xfe\x7f"},
-                 {"PROP_MINKEYSIZE", "99999999999999999999"}, {"PROP_ADVANCED_VIEW", std::string(1500, '7')}})
+                 {"PROP_PQ_MINLEN", "4abc"}, {"PROP_PQ_MIXCHARS", "-5"}, {"PROP_PQ_WARNPERIOD", "\x01\x02\xfe\x7f"}, {"PROP_ADVANCED_VIEW", std::string(1500, '7')}})
             s.set(name, value);
         const std::string op = std::string("Trace in ") + r.op + ", ";
         LogCapture log;
         EXPECT_EQ(r.action(s.handle()), 0u) << r.op;
-        // Binary junk reads as 0 through atoi; atoi's overflow is the runtime's.
-        EXPECT_EQ(dwords(names), r.text ? "77 77 0 1 10000 77 4 77 0 77" : "77 77 0 0 10000 77 4 77 77 77") << r.op;
-        EXPECT_TRUE((r.text || dwords({"CAPI\\MinKeySize"}) == "77") && text("CertStore", "RemoveFromTokenOnRemoveFromStoreTemplates") == "User;Smartcard Logon");
+        // Binary junk reads as 0 through atoi.
+        EXPECT_EQ(dwords(kNames), std::string("77 77 0 ") + (r.text ? "1" : "0") + " 10000 77 77 77 77 77 77 77 77 4 77 77 77 " + (r.text ? "0" : "77") + " 77 1 77") << r.op;
+        EXPECT_EQ(text("CertStore", "RemoveFromTokenOnRemoveFromStoreTemplates"), "User;Smartcard Logon");
         EXPECT_TRUE(log.hasInOrder({r.text ? "Err in msiWrapper::getPropStrVal, msiWrapper::getPropStrVal(): cannot locate CustomActionData property"
             : "Err in msiWrapper::getPropVal(), MsiGetProperty() cannot locate property PROP_ADVANCED_VIEW",
             "Warn in " + std::string(r.text ? r.op : "setPropRegistryVal - new") + ", failed read property PROP_ADVANCED_VIEW",
@@ -166,7 +162,7 @@ TEST(ProcessRunning, WholeImageNameWithoutRegardToCase) {
     char self[MAX_PATH] = {};
     GetModuleFileNameA(nullptr, self, MAX_PATH);
     std::string name = fs::path(self).filename().string(), upper = name;
-    for (char& c : upper) c = static_cast<char>(toupper(static_cast<unsigned char>(c)));
+    CharUpperA(upper.data());
     const bool psapi = env("ZK_NO_PSAPI").empty();  // without it the answer is 0
     LogCapture log;
     EXPECT_EQ(zk::isProcessRunning(upper.c_str()) + zk::isProcessRunning(("x" + name).c_str()) + zk::isProcessRunning("") + zk::isProcessRunning(nullptr), psapi ? 1 : 0);
