@@ -127,7 +127,7 @@ TEST(Config, BrowserDatabasesAddedThenDeleted) {
     for (const std::string& dir : dirs) touch(dir + "\\secmod.db");
     EXPECT_TRUE(PKIInstall(session.handle()) == 0 && g_asked.empty());  // no tool
     fs::create_directories(kShared + "modutil");
-    ASSERT_TRUE(CopyFileA(env("ZK_MODUTIL").c_str(), modutil.c_str(), FALSE));
+    ASSERT_TRUE(CopyFileA((env("ZK_FIXTURES") + "\\modutil\\modutil.exe").c_str(), modutil.c_str(), FALSE));
     EXPECT_EQ(PKIInstall(session.handle()), 0u);
     Rows commands, recorded;
     for (const std::string& dir : dirs) commands.push_back("\"" + modutil + "\" -add Zenkey -libfile zKPKCS11.DLL -mechanisms RSA:DES -force -dbdir \"" + dir + "\"");
