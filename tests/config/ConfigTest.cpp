@@ -79,8 +79,8 @@ TEST(Config, ReadersOverwriteOnlyWithValidProperties) {
         LogCapture log;
         EXPECT_EQ(r.action(s.handle()), 0u) << r.op;
         // Binary junk reads as 0 through atoi.
-        EXPECT_EQ(dwords(kNames), std::string("77 77 0 ") + (r.text ? "1" : "0") + " 10000 77 77 77 77 77 77 77 77 4 77 77 77 " + (r.text ? "0" : "77") + " 77 1 77") << r.op;
-        EXPECT_EQ(text("CertStore", "RemoveFromTokenOnRemoveFromStoreTemplates"), "User;Smartcard Logon");
+        EXPECT_EQ(dwords(kNames) + text("CertStore", "RemoveFromTokenOnRemoveFromStoreTemplates"), std::string("77 77 0 ") + (r.text ? "1" : "0") +
+                  " 10000 77 77 77 77 77 77 77 77 4 77 77 77 " + (r.text ? "0" : "77") + " 77 1 77User;Smartcard Logon") << r.op;
         EXPECT_TRUE(log.hasInOrder({r.text ? "Err in msiWrapper::getPropStrVal, msiWrapper::getPropStrVal(): cannot locate CustomActionData property"
             : "Err in msiWrapper::getPropVal(), MsiGetProperty() cannot locate property PROP_ADVANCED_VIEW",
             "Warn in " + std::string(r.text ? r.op : "setPropRegistryVal - new") + ", failed read property PROP_ADVANCED_VIEW",
@@ -97,19 +97,16 @@ TEST(Config, ReadersOverwriteOnlyWithValidProperties) {
                                   op + "stored PROP_EXPLORER_DEFENROL in MIDDLEWARE\\CAPI\\IEXPLORE.EXE\\DefEnrollType"}), r.logsStored);
         EXPECT_EQ(log.has(op + "stored PROP_PCSCSLOTS in MIDDLEWARE\\GENERAL\\PcscSlots") + log.count("updateBrowserModules: entry <time>  add=1"), !r.logsStored);
     }
-    clean();
     const zk::RangeDecision high = zk::applyRange("PROP_SINGLELOGONTO", 10001), other = zk::applyRange("PROP_X", 12), unset = zk::applyRange("PROP_X", zk::kNotSet);
     EXPECT_TRUE(high.rangeFail && high.value == 0 && other.bUpdateExisting && other.value == 12 && !unset.bUpdateExisting && !unset.rangeFail);
 }
 
-// Answers the installer's questions: Cancel to the `g_cancel`th, OK to the others; removes `g_vanish` while the first is open.
-Rows g_asked;
-size_t g_cancel = 0;
-std::string g_vanish;
+// Answers the installer's questions: Cancel to the `cancel`th, OK to the others; removes `vanish` while the first is open.
+struct { Rows asked; size_t cancel = 0; std::string vanish; } g_ui;
 int WINAPI answer(void*, UINT, LPCSTR message) {
-    g_asked.emplace_back(message);
-    if (g_asked.size() == 1 && !g_vanish.empty()) fs::remove_all(g_vanish);
-    return g_asked.size() == g_cancel ? IDCANCEL : IDOK;
+    g_ui.asked.emplace_back(message);
+    if (g_ui.asked.size() == 1 && !g_ui.vanish.empty()) fs::remove_all(g_ui.vanish);
+    return g_ui.asked.size() == g_ui.cancel ? IDCANCEL : IDOK;
 }
 
 // Firefox profiles (one with blanks), the Mozilla suite's salted folder and a Netscape profile: each database is added,
@@ -120,37 +117,31 @@ TEST(Config, BrowserDatabasesAddedThenDeleted) {
     const std::string modutil = kShared + "modutil\\modutil.exe", data = env("APPDATA") + "\\", op = "Trace in pkcs11_netscape_update_new, ";
     TestSession session;
     MsiApi::get().SetExternalUIA(reinterpret_cast<void*>(&answer), 1 << 1 | 1 << 3, nullptr);  // errors, user texts
-    LogCapture log;
-    EXPECT_EQ(PKIInstall(session.handle()), 0u);  // no browser folders
     const Rows dirs = {data + "Mozilla\\Firefox\\Profiles\\abc.default", data + "Mozilla\\Firefox\\Profiles\\my old profile",
                        data + "Mozilla\\Profiles\\default\\x1y2.slt", data + "Netscape\\Mozilla\\nets.default"};
-    for (const std::string& dir : dirs) touch(dir + "\\secmod.db");
-    EXPECT_TRUE(PKIInstall(session.handle()) == 0 && g_asked.empty());  // no tool
+    for (int i : {0, 1, 2}) touch(dirs[i] + "\\secmod.db");
+    LogCapture log;
+    EXPECT_TRUE(PKIInstall(session.handle()) == 0 && g_ui.asked.empty());  // no tool, no Netscape folder
+    touch(dirs[3] + "\\secmod.db");
     fs::create_directories(kShared + "modutil");
     ASSERT_TRUE(CopyFileA((env("ZK_FIXTURES") + "\\modutil\\modutil.exe").c_str(), modutil.c_str(), FALSE));
     EXPECT_EQ(PKIInstall(session.handle()), 0u);
     Rows commands, recorded;
     for (const std::string& dir : dirs) commands.push_back("\"" + modutil + "\" -add Zenkey -libfile zKPKCS11.DLL -mechanisms RSA:DES -force -dbdir \"" + dir + "\"");
     for (int i : {2, 3}) commands.push_back("\"" + modutil + "\" -delete Zenkey -force -dbdir \"" + dirs[i] + "\"");
-    const auto question = [](const std::string& b) {
-        return "Zenkey Keyhub installer will update your " + b + " browser. Please close your " + b + " browser, wait few seconds, and press Ok. Press Cancel to skip update.";
-    };
-    EXPECT_EQ(g_asked, (Rows{question("Mozilla"), question("Mozilla"), question("Mozilla"), question("Netscape")}));
-    EXPECT_TRUE(log.hasInOrder({"Warn in findFiles, Mozilla: dir path NOT valid.", "Warn in findFiles, Netscape: dir path NOT valid.",
-        "Err in getModutilPath: Modutil.exe path not valid!!!!!", "Err in getModutilPath: Modutil.exe path not valid!!!!!",
-        "pkcs11_netscape_update_new: entry <time>  vendor=Mozilla add=1", "getModutilPath: Modutil.exe path : " + modutil, op + "Try again (MessageBox()==IDOK)",
+    const auto question = [](const std::string& b) { return "Zenkey Keyhub installer will update your " + b + " browser. Please close your " + b +
+                                                            " browser, wait few seconds, and press Ok. Press Cancel to skip update."; };
+    EXPECT_EQ(g_ui.asked, (Rows{question("Mozilla"), question("Mozilla"), question("Mozilla"), question("Netscape")}));
+    EXPECT_TRUE(log.hasInOrder({"Err in getModutilPath: Modutil.exe path not valid!!!!!", "Warn in findFiles, Netscape: dir path NOT valid.", "pkcs11_netscape_update_new: entry <time>  vendor=Mozilla add=1", "getModutilPath: Modutil.exe path : " + modutil, op + "Try again (MessageBox()==IDOK)",
         op + "cmdline:: " + commands[0], "pkcs11_netscape_update_new: entry <time>  vendor=Netscape add=1"})) << log.dump();
 
-    g_cancel = 2;
-    g_vanish = dirs[0];
-    g_asked.clear();
+    g_ui = {{}, 2, dirs[0]};
     LogCapture removal;
     EXPECT_EQ(PKIRemove(session.handle()), 0u);
     std::string line;
     for (std::ifstream in(kRecord); std::getline(in, line);) recorded.push_back(line);
-    EXPECT_TRUE(recorded == commands && g_asked.size() == 4u);
-    fs::remove_all(data + "Mozilla");
-    fs::remove_all(data + "Netscape\\Mozilla");
+    EXPECT_TRUE(recorded == commands && g_ui.asked.size() == 4u);
+    for (const char* gone : {"Mozilla", "Netscape\\Mozilla"}) fs::remove_all(data + gone);
     EXPECT_EQ(PKIInstall(session.handle()), 0u);
     EXPECT_TRUE(removal.hasInOrder({"Warn in pkcs11_netscape_update_new, data base file gone, skipped: " + dirs[0] + "\\secmod.db", op + " MessageBox IDCANCEL",
         "Err in pkcs11_netscape_update_new, pkcs11_netscape_update_new: No data base file 'secmod.db' was found..."}) &&
@@ -159,14 +150,11 @@ TEST(Config, BrowserDatabasesAddedThenDeleted) {
 }
 
 TEST(ProcessRunning, WholeImageNameWithoutRegardToCase) {
-    char self[MAX_PATH] = {};
-    GetModuleFileNameA(nullptr, self, MAX_PATH);
-    std::string name = fs::path(self).filename().string(), upper = name;
-    CharUpperA(upper.data());
+    const std::string self = "CONFIG_MSI_TESTS.EXE";  // this program's image, in capitals
     const bool psapi = env("ZK_NO_PSAPI").empty();  // without it the answer is 0
     LogCapture log;
-    EXPECT_EQ(zk::isProcessRunning(upper.c_str()) + zk::isProcessRunning(("x" + name).c_str()) + zk::isProcessRunning("") + zk::isProcessRunning(nullptr), psapi ? 1 : 0);
-    EXPECT_TRUE(log.hasInOrder(psapi ? Rows{"::isProcessRunning: entry <time>  , process: " + upper, "::isProcessRunning: exit  (ret=0x1"}
+    EXPECT_EQ(zk::isProcessRunning(self.c_str()) + zk::isProcessRunning(("x" + self).c_str()) + zk::isProcessRunning("") + zk::isProcessRunning(nullptr), psapi ? 1 : 0);
+    EXPECT_TRUE(log.hasInOrder(psapi ? Rows{"::isProcessRunning: entry <time>  , process: " + self, "::isProcessRunning: exit  (ret=0x1"}
                                      : Rows{"Err in ::isProcessRunning, cannot open PSAPI.DLL"})) << log.dump();
 }
 
