@@ -71,7 +71,7 @@ TEST(Config, ReadersOverwriteOnlyWithValidProperties) {
         TestSession s;
         for (const auto& [name, value] : std::vector<std::pair<const char*, std::string>>{{"PROP_PCSCSLOTS", "1001"}, {"PROP_SOFTWARESLOTS", "0"},
                  {"PROP_CERREMOVESTO", "37001"}, {"PROP_CERTEMP", "User;Smartcard Logon"}, {"PROP_SINGLELOGONTO", "10000"}, {"PROP_SINGLELOGON", "0"},
-                 {"PROP_PQ_MINLEN", "4abc"}, {"PROP_PQ_MIXCHARS", "-5"}, {"PROP_PQ_WARNPERIOD", "\x01\x02\xfe\x7f"}, {"PROP_ADVANCED_VIEW", std::string(1500, '7')}})
+                 {"PROP_PQ_MINLEN", "4abc"}, {"PROP_PQ_MIXCHARS", "-5"}, {"PROP_PQ_WARNPERIOD", "\x01\x02\xfe\x7f"}, {"PROP_ADVANCED_VIEW", std::string(1024, '7')}})
             s.set(name, value);
         const std::string op = std::string("Trace in ") + r.op + ", ";
         LogCapture log;
