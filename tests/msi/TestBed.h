@@ -1,0 +1,17 @@
+// What the configuration and installer-service tests share.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+
+#include "frame/Exports.h"
+#include "support/TestLog.h"
+#include "support/TestProcess.h"
+#include "support/TestRegistry.h"
+#include "support/TestSession.h"
+
+using namespace zktest;
+using Rows = std::vector<std::string>;
+namespace fs = std::filesystem;
