@@ -173,8 +173,6 @@ TEST_F(Probes, ResourceManagerCheckWarnsUnlessAccountServiceAndContextsWork) {
                "Trace in " + kCheck + "call getPropStrVal(RM_CONFIG_DLG)",
                "Warn in " + kCheck + "getPropStrVal(RM_CONFIG_DLG) returns empty value, leave string as default.");
     int shown = TestSession::messageCount();
-    installer.check_RM_behave(0);  // no session: no message
-    EXPECT_EQ(TestSession::messageCount(), shown);
 
     ScardSvrService service;
     service.setObjectName("nt authority\\localservice");
@@ -226,67 +224,6 @@ TEST(Devices, RemovalWaitPollsEverySecondAndGivesUpAfterTen) {
     EXPECT_LOG(log, "Err in op, Device was not removed during 10 sec wait", "Trace in op, Device removed");
 }
 
-TEST(Devices, ReadersGoByUpperCasedExactIdAtMostNumToRemove) {
-    DriverStage stage;  // removes the INF copies, services and files the installs leave
-    TestDevices devices;
-    Win2KCoreInstaller installer;
-    for (const char* id : {"*BVS0001", "*BVS0001", "*BVS0001", "*bvs0009"}) devices.addReader(id);
-    const std::string longer = devices.addReader("*BVS00011", false);  // only begins with the wanted id
-    UINT rebootMode = 0, deleted = 9;
-    LogCapture log;
-    installer.core_remove_readers(2, rebootMode);
-    EXPECT_EQ(devicesWithId("*BVS0001").size(), 1u);
-    EXPECT_TRUE(installer.removePNPDevice("*bvs0009", 0, deleted) == 0 && deleted == 1);  // 0: all of them
-    EXPECT_TRUE(devicesWithId("*BVS0009").empty() && deviceExists(longer));
-    EXPECT_EQ(log.count("Warn in " + kRemove + ", found devToRemove=*BVS0001, osdevice=*BVS0001"), 3);
-    EXPECT_LOG(log, "Win2KCoreInstaller::core_remove_readers(): entry <time>   remove=2 rebootMode=0",
-               kRemove + ": entry <time>  , numToRemove=2", "Trace in " + kRemove + ",  FoundDevices=3",
-               "Trace in Win2KCoreInstaller::deviceRemove(), Device removed", "Trace in " + kRemove + ", , DeletedDevices=2",
-               kRemove + ": exit , rv:0x0", "Win2KCoreInstaller::core_remove_readers(): exit  rebootMode=0",
-               "Warn in " + kRemove + ", found devToRemove=*BVS0009, osdevice=*bvs0009");
-    devices.removeAll();  // the driverless device must not outlive the test
-}
-
-// Stale USB instance keys of the product's vendor id: first those without a
-// service, then also the token driver's own; the key's access is put back.
-TEST(Devices, StaleUsbInstanceKeysGoOthersStay) {
-    const std::string usb = "SYSTEM\\CurrentControlSet\\Enum\\USB", token = usb + "\\VID_7A3C&PID_0001\\";
-    const std::string otherPid = usb + "\\VID_7A3C&PID_0042\\", op = "Trace in Win2KCoreInstaller::cleanOldVidPids(), ";
-    const struct { std::string key; const char* service; } instances[] = {
-        {token + "ZKEMPTY", ""}, {token + "ZKOWN", "BVSUP"}, {token + "ZKNOSVC", nullptr}, {otherPid + "ZKOTHER", nullptr},
-        {otherPid + "ZKFOREIGN", "usbccgp"}, {usb + "\\VID_1234&PID_0001\\XYEMPTY", nullptr}};
-    for (const auto& i : instances) {
-        writeString(HKEY_LOCAL_MACHINE, i.key + "\\Device Parameters", "ClassGUID", "{50DD5230-BA8A-11D1-BF5D-0000F805F530}");
-        if (i.service) writeString(HKEY_LOCAL_MACHINE, i.key, "Service", i.service);
-    }
-    const auto kept = [&] {
-        std::string names;
-        for (const auto& i : instances) names += keyExists(HKEY_LOCAL_MACHINE, i.key) ? i.key.substr(i.key.rfind('\\') + 1) + " " : "";
-        return names;
-    };
-    const auto dacl = [&] {
-        DWORD size = 4096;
-        std::string bytes(size, '\0');
-        HKEY key = nullptr;
-        RegOpenKeyExA(HKEY_LOCAL_MACHINE, usb.c_str(), 0, READ_CONTROL, &key);
-        RegGetKeySecurity(key, DACL_SECURITY_INFORMATION, bytes.data(), &size);
-        RegCloseKey(key);
-        return bytes;
-    };
-    const std::string before = dacl();
-    Win2KCoreInstaller installer;
-    LogCapture log;
-    EXPECT_TRUE(installer.cleanOldVidPids(true) == 0 && kept() == "ZKOWN ZKFOREIGN XYEMPTY " && dacl() == before) << kept();
-    EXPECT_TRUE(installer.cleanOldVidPids(false) == 0 && kept() == "ZKFOREIGN XYEMPTY ") << kept();
-    EXPECT_EQ(log.count(op + "   !!! Delete Unrecognized Zenkey !!!"), 3);
-    EXPECT_LOG(log, op + "\tkey=HKLM/" + token + "ZKEMPTY service=", op + "   Empty service found.", op + "   deleteAllSubKeys()",
-               op + "check for unrecognized VID_PID: VID_7A3C&PID_0042", op + "   Delete Zenkey.");
-    deleteTree(HKEY_LOCAL_MACHINE, usb);  // a fresh prefix has none; the tests' own devices are gone by now
-    LogCapture missing;
-    EXPECT_EQ(installer.cleanOldVidPids(true), ERROR_FILE_NOT_FOUND);
-    EXPECT_LOG(missing, "Err in Win2KCoreInstaller::cleanOldVidPids(), !!! openChangeAcess Failed on Enum\\USB registry key !!!");
-}
-
 // The product's INF packages (named by their catalog in the first twenty
 // lines) go with their PNF twins; others, refused names and locked files
 // stay; the read-only settings file goes.
@@ -309,7 +246,6 @@ TEST(Files, InfPackagesWithTheirTwinsAndTheSettingsFile) {
     LogCapture log;
     EXPECT_EQ(DeleteBrevantsInfPnf(false, "bvsup"), 0u);
     EXPECT_FALSE(DeleteBrevantInf("oem9106.inf", 0) || DeleteBrevantInf("oem9101.txt", 0) || DeleteBrevantInf("..\\oem9101.inf", 0));
-    EXPECT_EQ(DeleteSetupFile(dir + "oem9106.inf"), static_cast<DWORD>(ERROR_SHARING_VIOLATION));
     locked.reset();
     std::string left;
     for (const char* name : {"oem9101.inf", "oem9101.pnf", "OEM9102.INF", "bvs9104.inf", "zk9105.inf", "zk9105.pnf", "oem9106.inf",
@@ -320,13 +256,11 @@ TEST(Files, InfPackagesWithTheirTwinsAndTheSettingsFile) {
         DeleteFileA((dir + name).c_str());
     }
     EXPECT_EQ(left, "bvs9104.inf zk9105.inf zk9105.pnf oem9106.inf ");
-    EXPECT_EQ(log.raw().find("zk9105"), std::string::npos) << "other names are not even opened";
     EXPECT_LOG(log, "IsBrevantInf(): entry <time>   file=oem9101.inf pattern=bvsup", "DeleteBrevantInf(): entry <time>   file=oem9101.inf",
                "DeleteBrevantInf(): exit  bRet=1", "Err in IsBrevantInf(), Cannot open file: " + dir + "oem9106.inf",
                "Err in DeleteBrevantInf(), Cannot delete file: " + dir + "oem9106.inf",
                "Err in DeleteBrevantInf(), failure on file - not .inf type: oem9101.txt",
-               "Err in DeleteBrevantInf(), illegal name: ..\\oem9101.inf",
-               "Err in DeleteSetupFile(), Cannot delete file: " + dir + "oem9106.inf, err=0x20");
+               "Err in DeleteBrevantInf(), illegal name: ..\\oem9101.inf");
 
     const std::string ini = systemDirectory() + "\\zkpass.ini";
     writeFile(ini, "[zkpass]", FILE_ATTRIBUTE_READONLY);
@@ -354,13 +288,18 @@ TEST(Uninstall, RemovesTheProductKeepsTheDecoysSkipsDuringUpgradeStopsOnAnOldTok
     const std::string token2 = devices.addUsb("VID_7a3c&PID_0002", "ZK0002", kMaker);
     const std::string otherFirmware = devices.addUsb("VID_7A3C&PID_0001", "ZK0003", "Brevant Systems");
     const std::string otherVendor = devices.addUsb("VID_1234&PID_0001", "XY0001", kMaker);
+    const std::string otherPid = "SYSTEM\\CurrentControlSet\\Enum\\USB\\VID_7A3C&PID_0042\\";  // stale instance keys
+    writeString(HKEY_LOCAL_MACHINE, otherPid + "ZKOWN\\Device Parameters", "x", "");
+    writeString(HKEY_LOCAL_MACHINE, otherPid + "ZKOWN", "Service", "BVSUP");
+    writeString(HKEY_LOCAL_MACHINE, otherPid + "ZKFOREIGN", "Service", "usbccgp");
     writeDword(HKEY_LOCAL_MACHINE, kFlagKey, "UpgradeExecuting", 1);
     LogCapture log;
     EXPECT_TRUE(CoreUninstall(1, 0) == 0 && devicesWithId("*BVS0001").size() == 2);  // skipped once
     EXPECT_EQ(0u, CoreUninstall(1, 0));
     const bool vista = getPlatform() == PL_WINVISTA;  // on XP the forced clearance takes the vendor's keys without a service
     EXPECT_TRUE(devicesWithId("*BVS0001").empty() && devicesWithId("*BVS0009").empty() && !deviceExists(token1) && !deviceExists(token2));
-    EXPECT_TRUE(deviceExists(decoy) && deviceExists(otherVendor) && (deviceExists(otherFirmware) || !vista));
+    EXPECT_TRUE(deviceExists(decoy) && deviceExists(otherVendor) && deviceExists(otherFirmware) == vista);
+    EXPECT_TRUE(keyExists(HKEY_LOCAL_MACHINE, otherPid + "ZKOWN") == vista && keyExists(HKEY_LOCAL_MACHINE, otherPid + "ZKFOREIGN"));
     EXPECT_TRUE(!keyExists(HKEY_LOCAL_MACHINE, kCalais + "\\BVS VR 0") && keyExists(HKEY_LOCAL_MACHINE, kCalais + "\\BVSReader") &&
                 keyExists(HKEY_LOCAL_MACHINE, kCalais + "\\Acme Reader 0"));
     EXPECT_FALSE(decoyService.open("BVSUP", SERVICE_QUERY_STATUS) || decoyService.open("zKSCFLT", SERVICE_QUERY_STATUS));
@@ -374,10 +313,17 @@ TEST(Uninstall, RemovesTheProductKeepsTheDecoysSkipsDuringUpgradeStopsOnAnOldTok
     }
     EXPECT_EQ(log.raw().find("Cannot delete file"), std::string::npos) << "missing files are no error";
     EXPECT_LOG(log, "Warn in CoreUninstall, Ignore uninstall during upgrade: UpgradeExecuting=1",
+               "Warn in " + kRemove + ", found devToRemove=*BVS0001, osdevice=*BVS0001",
+               "Warn in " + kRemove + ", found devToRemove=*BVS0009, osdevice=*bvs0009",
                "Err in Win2KCoreInstaller::core_uninstall(), CANNOT FIND BVSIFDH OEM INF! ",
                "Trace in " + kUsbOp + ", not Brevant device -> Manufacturer: Brevant Systems HID: USB\\VID_7A3C&PID_0001",
                "Trace in " + kUsbOp + ", \tRemoving [2] devices...", "Trace in " + kUsbOp + ", OK!", "Trace in " + kUsbOp + ", OK!",
                kUsbOp + ": exit  bRet=1");
+    const std::string vidPid = "Trace in Win2KCoreInstaller::cleanOldVidPids(), ";
+    EXPECT_TRUE(vista || log.hasInOrder({vidPid + "\tkey=HKLM/SYSTEM\\CurrentControlSet\\Enum\\USB\\VID_7A3C&PID_0001\\ZK0003 service=",
+                                         vidPid + "   Empty service found.", vidPid + "   !!! Delete Unrecognized Zenkey !!!",
+                                         vidPid + "check for unrecognized VID_PID: VID_7A3C&PID_0042", vidPid + "   Delete Zenkey.",
+                                         vidPid + "   deleteAllSubKeys()"})) << log.dump();
     EXPECT_EQ(vista, log.raw().find("core_force_clearance_uninstall(): entry") == std::string::npos);
     if (vista) CoreForcedClearanceUninstall(0, 1);  // called directly it only refuses
     EXPECT_EQ(vista, log.has("Err in CoreForcedClearanceUninstall, Platform doesn't support forced cleanup:6"));
@@ -392,6 +338,7 @@ TEST(Uninstall, RemovesTheProductKeepsTheDecoysSkipsDuringUpgradeStopsOnAnOldTok
     EXPECT_LOG(stopped, "Err in Win2KCoreInstaller::core_uninstall(), OldVersionExists", "Error - EXCEPTION - coreThrow: OldVersionExists, 0x1");
     deleteValue(HKEY_LOCAL_MACHINE, kReaderClassKey, "UpperFilters");  // the decoy filter
     for (const char* reader : {"BVSReader", "Acme Reader 0"}) deleteTree(HKEY_LOCAL_MACHINE, kCalais + "\\" + reader);
+    deleteTree(HKEY_LOCAL_MACHINE, otherPid);
 }
 
 // Each fault is logged and the removal goes on: the reader still goes. Minimal
