@@ -294,8 +294,8 @@ TEST(Uninstall, RemovesTheProductKeepsTheDecoys) {
     deleteTree(HKEY_LOCAL_MACHINE, otherPid);
 }
 
-// Minimal hardware leaves the fake reader, the filter package, its list entry
-// and its service key (on XP the forced clearance would take them).
+// The readers go at most as many as asked. Minimal hardware leaves the fake reader, the
+// filter package, its list entry and its service key (on XP the forced clearance would take them).
 TEST(UninstallOnce, MinimalHardwareKeepsTheFakeReaderAndTheFilter) {
     ScardSvrService scardSvr;
     Scenario noReaders;
@@ -304,8 +304,11 @@ TEST(UninstallOnce, MinimalHardwareKeepsTheFakeReaderAndTheFilter) {
     const std::string filterInf = DriverStage::infFolder() + "\\oem77.inf";  // the filter package's copy
     CopyFileA(DriverStage::fixture("package\\zKSCFLT.inf").c_str(), filterInf.c_str(), FALSE);
     TestDevices devices;
-    devices.addReader("*BVS0001");
+    for (const char* id : {"*BVS0001", "*BVS0001", "*BVS0001"}) devices.addReader(id);
     const std::string fake = devices.addReader("*bvs0009");
+    UINT rebootMode = 0;
+    Win2KCoreInstaller().core_remove_readers(2, rebootMode);  // at most two
+    EXPECT_EQ(devicesWithId("*BVS0001").size(), 1u);
     LogCapture log;
     EXPECT_EQ(0u, CoreUninstall(1, 1));
     EXPECT_TRUE(devicesWithId("*BVS0001").empty() && deviceExists(fake) && exists(filterInf));
