@@ -1,0 +1,412 @@
+// The clean-up subsystem against Wine: what the resource-manager probes see
+// (winscard stand-in, Wine's own winscard, Windows 2000), the removal of
+// devices, USB instance keys and files, and the uninstall actions seen from
+// outside, with another vendor's things left in place.
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <optional>
+
+#include "../msi_products/MessageBoxWatch.h"
+#include "cleanup/FileCleanup.h"
+#include "cleanup/RMTable.h"
+#include "drivers/DriverRegistry.h"
+#include "drivers/Win2KCoreInstaller.h"
+#include "frame/Exports.h"
+#include "frame/Platform.h"
+#include "support/DriverStage.h"
+#include "support/StandIn.h"
+#include "support/TestDevices.h"
+#include "support/TestLog.h"
+#include "support/TestRegistry.h"
+#include "support/TestSession.h"
+
+// The lines appear in this order (others may stand between); the whole log on failure.
+#define EXPECT_LOG(log, ...) EXPECT_TRUE((log).hasInOrder({__VA_ARGS__})) << (log).dump()
+
+using namespace zk;
+using namespace zktest;
+
+namespace {
+
+const std::string kSnap = "RMTable::snapshot, ", kEnv = "Win2KCoreInstaller::checkEnvironment(), ";
+const std::string kBehave = "Win2KCoreInstaller::checkRMbehave(), ", kCheck = "Win2KCoreInstaller::check_RM_behave(), ";
+const std::string kRemove = "Win2KCoreInstaller::removePNPDevice()", kUsbOp = "Win2KCoreInstaller::DeleteBrevantEnumDevice()";
+const std::string kTokenClass = "SYSTEM\\CurrentControlSet\\Control\\Class\\{3C1E9A40-5B7D-4E21-9F08-6D2A7C4B1E93}";
+const std::string kCalais = "Software\\Microsoft\\Cryptography\\Calais\\Readers", kServices = "SYSTEM\\CurrentControlSet\\Services\\";
+const std::string kZenkey = "Software\\Brevant\\Zenkey", kMaker = "Brevant Secure Systems Ltd.";
+const std::string kHeld = DriverStage::driversFolder() + "\\zKSCFLT.sys", kVidPid = "Trace in Win2KCoreInstaller::cleanOldVidPids(), ";
+
+bool exists(const std::string& file) { return GetFileAttributesA(file.c_str()) != INVALID_FILE_ATTRIBUTES; }
+void writeFile(const std::string& path, const std::string& text) { std::ofstream(path, std::ios::binary) << text; }
+std::string filterList(DWORD type = 0, std::string filters = "") {
+    return readRaw(HKEY_LOCAL_MACHINE, kReaderClassKey, "UpperFilters", type, filters) ? filters : "";
+}
+
+class Probes : public ::testing::Test {
+protected:
+    void TearDown() override { EXPECT_EQ(rm.calls("Established"), rm.calls("Released")) << "a context left open"; }
+    Scenario rm;
+    Win2KCoreInstaller installer;
+};
+
+// ---- The resource-manager probes against the winscard stand-in.
+
+TEST_F(Probes, ReaderTableCountsTokenProbeAndReaderWalkWithTheirFailures) {
+    // A failing reader list, seen by the table, the token probe, the counts and the installer's reader walk.
+    const auto listFails = [&](const char* call, LONG rv, LONG seen, const std::vector<std::string>& lines) {
+        if (call) rm.fail(call, rv);
+        std::vector<ReaderEntry> none;
+        DWORD token = 1;
+        UINT n = 1, others = 1;
+        LogCapture log;
+        EXPECT_TRUE(RMTable().snapshot(none) == rv && isTokenPresent(token) == seen && installer.checkRMbehave() == seen);
+        EXPECT_FALSE(snapshotScardDevice("BVS VR", n, others) || isVirtualReaderPresent() || token || n || others);
+        EXPECT_TRUE(log.hasInOrder(lines)) << log.dump();
+    };
+    listFails(nullptr, 0x8010002e, 0, {"Warn in " + kSnap + "SCARD_E_NO_READERS_AVAILABLE - may be setup on clean system",
+                                       "Warn in ::isTokenPresent, ignore error SCARD_E_NO_READERS_AVAILABLE (rv=0x8010002e)",
+                                       "Warn in " + kBehave + "SCARD_E_NO_READERS_AVAILABLE error ignored rv=0x8010002e"});
+    const std::vector<BYTE> atr = {0x3b, 0x02, 0x14, 0x50};
+    rm.readers({});
+    DWORD token = 5;
+    LogCapture log;
+    EXPECT_TRUE(isTokenPresent(token) == 0 && token == 0);
+    rm.readers({"BVS VR 0", "Token 1", "Zero ATR", "BVS ifdh 1"});
+    rm.card("Token 1", atr);
+    rm.card("Zero ATR", std::vector<BYTE>(33, 0));
+    rm.cardNames(atr, {"Card A", "Card B"});
+    std::vector<ReaderEntry> r;
+    ASSERT_TRUE(RMTable().snapshot(r) == SCARD_S_SUCCESS && r.size() == 4);
+    EXPECT_TRUE(r[0].name == "BVS VR 0" && r[0].hasCard == 0 && r[1].atr == atr && r[2].hasCard && r[2].atr.empty());
+    EXPECT_EQ(r[1].cardNames, (std::vector<std::string>{"Card A", "Card B"}));
+    EXPECT_TRUE(isTokenPresent(token) == SCARD_S_SUCCESS && token == 1);
+    EXPECT_TRUE(rm.calls("LastCurrentState") == SCARD_STATE_EMPTY && rm.calls("GetStatusChange") == 6) << "it stops at the first token";
+    std::vector<std::string> names;
+    EXPECT_TRUE(RMTable().listReaders(names, "BVS ifdh") == 0 && names == std::vector<std::string>{"BVS ifdh 1"});
+    UINT nIfdh = 0, nOthers = 0;
+    countIfdhReaders(nIfdh, nOthers);
+    EXPECT_TRUE(nIfdh == 1 && nOthers == 3 && isVirtualReaderPresent() && is_rm_on());
+    EXPECT_LOG(log, "Trace in ::isTokenPresent, SCardListReaders(), found 0 readers", "Trace in " + kSnap + "check reader <BVS VR 0>",
+               "Warn in " + kSnap + "reader <Token 1> hasCard", "Trace in " + kSnap + "\tcardName=Card B",
+               "Trace in ::isTokenPresent, found reader <BVS VR 0>, empty", "::checkPresent: exit , reader <Token 1> ,token present",
+               "::isTokenPresent: exit  rv=0x0 ,token present", "Trace in RMTable::listReaders, \tfound reader name=BVS ifdh 1",
+               "::snapshotScardDevice: exit , rmExists: 1, BVS: 1, others: 3", "Trace in ::is_rm_on, SmartCardManager ON");
+
+    // A failing card or state query keeps the reader; the last failure comes back.
+    rm.fail("ListCardsSize", 0x80100006);
+    rm.fail("GetStatusChange:BVS ifdh 1", 0x8010000a);
+    LogCapture failing;
+    r.clear();
+    EXPECT_TRUE(RMTable().snapshot(r) == static_cast<LONG>(0x8010000a) && r.size() == 4 && r[1].hasCard &&
+                r[1].cardNames.empty() && !r[3].hasCard);
+    EXPECT_TRUE(RMTable().listReaders(names, "") == static_cast<LONG>(0x8010000a) && names.empty());
+    rm.readers({"R0", "R1", "R2", "R3", "R4", "R5", "R6", "R7", "R8", "R9", "R10", "R11"});
+    EXPECT_EQ(installer.checkRMbehave(), SCARD_S_SUCCESS);  // only the first ten are logged
+    EXPECT_LOG(failing, "Err in " + kSnap + "SCardListCards fails , rv=0x80100006",
+               "Err in " + kSnap + "SCardGetStatusChange fails , rv=0x8010000a",
+               "Err in RMTable::listReaders, snapshot() fails, rv=0x8010000a", "Trace in " + kBehave + "\treader(0x0) - R0",
+               "Trace in " + kBehave + "\treader(0x9) - R9", "Trace in " + kBehave + "Total readers=0xa");
+    listFails("ListReadersData", 0x80100008, 0x80100008, {"Err in " + kSnap + "SCardListReaders fails read all data, rv=0x80100008",
+                                                          "Err in ::isTokenPresent, SCardListReaders() failed read all data, rv:0x80100008",
+                                                          "Err in " + kBehave + "m_SCardListReaders fails read all data, rv=0x80100008"});
+    listFails("ListReadersSize", 0x80100017, 0x80100017, {"Err in " + kSnap + "SCardListReaders fails, rv=0x80100017",
+                                                          "Err in ::isTokenPresent, SCardListReaders() failed, rv:0x80100017",
+                                                          "Err in " + kBehave + "m_SCardListReaders fails , rv=0x80100017"});
+}
+
+// The reboot decision: every cause is logged; without one the resource manager is stopped.
+TEST_F(Probes, EnvironmentCheckNamesEveryRebootCause) {
+    const struct { std::vector<std::string> readers; bool listFails, tokenClass; UINT nIfdh, nVR, reboot; DWORD state;
+                   std::vector<std::string> lines; } rows[] = {
+        {{"BVS ifdh 0", "BVS VR 0", "BVS ifdh 1"}, false, false, 2, 1, 0, SERVICE_STOPPED,
+         {"Trace in " + kEnv + "nIfdh=2 nVR=1 nOthers=0 bTokenPresent=0 rv=0x0 RebootNeeded=0",
+          "Trace in ::stopService, ControlService(SERVICE_CONTROL_STOP) stopped"}},
+        {{"BVS ifdh 0", "BVS VR 0", "Acme 0", "Acme 1"}, false, false, 1, 1, 1, SERVICE_RUNNING,
+         {"Trace in " + kEnv + "RebootNeeded because found TokenPresent", "Trace in " + kEnv + "RebootNeeded because nOthers=2",
+          "Trace in " + kEnv + "nIfdh=1 nVR=1 nOthers=2 bTokenPresent=1 rv=0x0 RebootNeeded=1"}},
+        {{"BVS ifdh 0", "Acme 0"}, false, false, 1, 0, 1, SERVICE_RUNNING,
+         {"Warn in " + kEnv + "fake reader doesn't exist", "Trace in " + kEnv + "RebootNeeded because nOthers=1"}},
+        {{"BVS VR 0"}, false, true, 0, 1, 1, SERVICE_STOPPED, {"Warn in " + kEnv + "Zenkey Class Exists."}},
+        {{"BVS VR 0"}, true, false, 0, 0, 1, SERVICE_RUNNING,
+         {"Warn in " + kEnv + "fake reader doesn't exist", "Trace in " + kEnv + "RebootNeeded because rv=0x80100017"}},
+    };
+    ScardSvrService service;
+    rm.card("Acme 1", {0x3b, 0x00});
+    for (const auto& row : rows) {
+        rm.readers(row.readers);
+        if (row.listFails) rm.fail("ListReadersSize", 0x80100017);
+        if (row.tokenClass) writeString(HKEY_LOCAL_MACHINE, kTokenClass, "Class", "Zenkey");
+        if (service.state() != SERVICE_RUNNING) service.start();
+        UINT nIfdh = 9, nVR = 9, reboot = 9, classExists = 9;
+        LogCapture log;
+        installer.checkEnvironment(nIfdh, nVR, reboot, classExists);
+        deleteTree(HKEY_LOCAL_MACHINE, kTokenClass);
+        EXPECT_TRUE(nIfdh == row.nIfdh && nVR == row.nVR && reboot == row.reboot && (classExists != 0) == row.tokenClass &&
+                    service.state() == row.state) << row.lines[0];
+        EXPECT_TRUE(log.hasInOrder(row.lines)) << log.dump();
+    }
+}
+
+// The warning about the resource manager in a real installer session: unless
+// the service account is exactly right, the service starts and contexts work.
+TEST_F(Probes, ResourceManagerCheckWarnsUnlessAccountServiceAndContextsWork) {
+    const std::string start = "Trace in " + kCheck + "Start RM to check if configured properly.";
+    TestSession session(TestSession::Ui::Scripted, IDCANCEL);
+    LogCapture noService;
+    installer.check_RM_behave(session.handle());
+    EXPECT_EQ(TestSession::lastMessage() + std::to_string(TestSession::lastType() & 0xFFFFFu),  // a warning, on top
+              "There appears to be a problem with the Smart Card Resource Manager configuration on this computer.\n"
+              "The installation will be completed, but may not work correctly.\n"
+              "Please contact your System Administrator to solve the problem.262192");
+    EXPECT_LOG(noService, "Err in ::rmObjectName, registry HKLM\\" + kServices + "SCardSvr, rv=0x2",
+               "Trace in " + kCheck + "call getPropStrVal(RM_CONFIG_DLG)",
+               "Warn in " + kCheck + "getPropStrVal(RM_CONFIG_DLG) returns empty value, leave string as default.");
+    int shown = TestSession::messageCount();
+
+    ScardSvrService service;
+    service.setObjectName("nt authority\\localservice");
+    session.set("RM_CONFIG_DLG", "Resource manager needs care.");
+    LogCapture wrong;
+    installer.check_RM_behave(session.handle());
+    EXPECT_TRUE(TestSession::messageCount() == ++shown && TestSession::lastMessage() == "Resource manager needs care." &&
+                service.state() == SERVICE_STOPPED && !wrong.has(start));
+    EXPECT_LOG(wrong, "Trace in ::rmObjectName, ObjectName=nt authority\\localservice",
+               "Err in Win2KCoreInstaller::checkRMObjName(), under XP RM must run as NT AUTHORITY\\LocalService...");
+
+    service.setObjectName("NT AUTHORITY\\LocalService");
+    rm.readers({"BVS VR 0"});
+    LogCapture working;
+    installer.check_RM_behave(session.handle());
+    EXPECT_TRUE(TestSession::messageCount() == shown && service.state() == SERVICE_RUNNING);
+    rm.fail("EstablishContext", 0x80100001);
+    service.setObjectName("NT AUTHORITY\\LocalService");  // starting the service rewrote it
+    installer.check_RM_behave(session.handle());
+    EXPECT_TRUE(TestSession::messageCount() == shown + 1 && rmConfigDlgText() == "Resource manager needs care.");
+    EXPECT_LOG(working, start, "Trace in " + kCheck + "checkRMbehave to SCardEstablishContext.",
+               "Err in " + kBehave + "SCardEstablishContext fails , rv=0x80100001");
+}
+
+// Windows 2000: the resource-manager check and the USB token removal do nothing.
+TEST(OlderPlatform, NoResourceManagerCheckNoTokenRemoval) {
+    TestSession session(TestSession::Ui::Scripted);
+    TestDevices devices;
+    const std::string token = devices.addUsb("VID_7A3C&PID_0001", "ZK0009", kMaker);
+    LogCapture log;
+    Win2KCoreInstaller installer;
+    installer.check_RM_behave(session.handle());
+    EXPECT_TRUE(!installer.DeleteBrevantEnumDevice() && deviceExists(token) && TestSession::messageCount() == 0);
+    EXPECT_LOG(log, "Trace in " + kUsbOp + ", exit DeleteBrevantEnumDevice because unsupported platform");
+}
+
+// ---- Removal of files (devices and USB instance keys: in the uninstall scenario).
+
+// The product's INF packages (named by their catalog in the first twenty
+// lines) go with their PNF twins; others and refused names stay; the
+// read-only settings file goes.
+TEST(Files, InfPackagesWithTheirTwinsAndTheSettingsFile) {
+    // A line longer than the 512-byte line buffer is read in pieces, each one counting as a line.
+    const std::string longLine = "; " + std::string(598, 'x') + "\r\n", ours = "CatalogFile = bvsup.cat";
+    const struct { std::string text; bool wanted; } rows[] = {
+        {"CATALOGFILE = BVSUP.CAT ; comment", true}, {"CatalogFile=bvsup.cat", false}, {"CatalogFile = bvsifdh.cat", false},
+        {"CatalogFile = xbvsup.cat", false}, {"CatalogFile = other.cat ; bvsup.cat", false}, {std::string(19, '\n') + ours, true},
+        {std::string(20, '\n') + ours, false}, {longLine + std::string(17, '\n') + ours, true},
+        {longLine + std::string(18, '\n') + ours, false}, {std::string(500, ' ') + ours, false}};  // the name cut off
+    for (const auto& r : rows) EXPECT_EQ(isBrevantInfText(r.text, "BvsUp"), r.wanted) << r.text.substr(0, 120);
+
+    const std::string dir = infFolder();
+    for (const char* name : {"oem9101.inf", "oem9101.pnf", "zk9105.inf", "zk9105.pnf"}) writeFile(dir + name, ours);
+    writeFile(dir + "OEM9102.INF", "catalogfile = BVSUP.cat");  // no PNF
+    writeFile(dir + "bvs9104.inf", std::string(20, '\n') + ours);
+    LogCapture log;
+    EXPECT_EQ(DeleteBrevantsInfPnf(false, "bvsup"), 0u);
+    EXPECT_FALSE(DeleteBrevantInf("oem9101.txt", 0) || DeleteBrevantInf("..\\oem9101.inf", 0));
+    std::string left;
+    for (const char* name : {"oem9101.inf", "oem9101.pnf", "OEM9102.INF", "bvs9104.inf", "zk9105.inf", "zk9105.pnf"})
+        left += exists(dir + name) && DeleteFileA((dir + name).c_str()) ? std::string(name) + " " : "";
+    EXPECT_EQ(left, "bvs9104.inf zk9105.inf zk9105.pnf ");
+    EXPECT_LOG(log, "IsBrevantInf(): entry <time>   file=oem9101.inf pattern=bvsup", "DeleteBrevantInf(): entry <time>   file=oem9101.inf",
+               "DeleteBrevantInf(): exit  bRet=1", "Err in DeleteBrevantInf(), failure on file - not .inf type: oem9101.txt",
+               "Err in DeleteBrevantInf(), illegal name: ..\\oem9101.inf");
+
+    const std::string ini = systemDirectory() + "\\zkpass.ini";
+    writeFile(ini, "[zkpass]");
+    SetFileAttributesA(ini.c_str(), FILE_ATTRIBUTE_READONLY);
+    zkPassIniDelete();
+    EXPECT_TRUE(!exists(ini) && log.has("Trace in zkPassIniDelete(), clean read-only attribute on file: " + ini)) << log.dump();
+}
+
+// ---- The uninstall actions (Vista, and XP where the forced clearance follows;
+// "UninstallOnce" runs on Vista only).
+
+TEST(Uninstall, RemovesTheProductKeepsTheDecoys) {
+    ScardSvrService scardSvr;
+    Scenario noReaders;  // the resource manager sees no reader
+    DriverStage stage;
+    TestServices decoyService;
+    decoyService.create("OtherVendorSvc");
+    Win2KCoreInstaller().copy_oem(false);  // the filter, its list entry and the INF copies
+    writeRaw(HKEY_LOCAL_MACHINE, kReaderClassKey, "UpperFilters", REG_MULTI_SZ, {"OtherFlt\0zKSCFLT\0\0", 18});
+    writeString(HKEY_LOCAL_MACHINE, kCalais + "\\BVS VR 0\\Deep", "x", "");  // the resource manager's key of a product reader
+    TestDevices devices;
+    for (const char* id : {"*BVS0001", "*BVS0001", "*bvs0009"}) devices.addReader(id);
+    const std::string decoy = devices.addReader("*OTH0001"), token1 = devices.addUsb("VID_7A3C&PID_0001", "ZK0001", kMaker);
+    const std::string token2 = devices.addUsb("VID_7a3c&PID_0002", "ZK0002", kMaker);
+    const std::string otherVendor = devices.addUsb("VID_1234&PID_0001", "XY0001", kMaker);
+    const std::string otherFirmware = devices.addUsb("VID_7A3C&PID_0001", "ZK0003", "Brevant Systems");
+    const std::string otherPid = "SYSTEM\\CurrentControlSet\\Enum\\USB\\VID_7A3C&PID_0042\\";  // stale instance keys
+    writeString(HKEY_LOCAL_MACHINE, otherPid + "ZKOWN\\Device Parameters", "x", "");
+    writeString(HKEY_LOCAL_MACHINE, otherPid + "ZKOWN", "Service", "BVSUP");
+    for (const std::string& copy : DriverStage::installedInfCopies("bvsup.inf")) DeleteFileA(copy.c_str());  // already gone
+    LogCapture log;
+    EXPECT_EQ(0u, CoreUninstall(1, 0));
+    const bool vista = getPlatform() == PL_WINVISTA;  // on XP the forced clearance takes the vendor's keys without a service
+    EXPECT_TRUE(devicesWithId("*BVS0001").empty() && devicesWithId("*BVS0009").empty() && !deviceExists(token1) && !deviceExists(token2));
+    EXPECT_TRUE(deviceExists(decoy) && deviceExists(otherVendor) && deviceExists(otherFirmware) == vista);
+    EXPECT_TRUE(keyExists(HKEY_LOCAL_MACHINE, otherPid + "ZKOWN") == vista);
+    EXPECT_FALSE(keyExists(HKEY_LOCAL_MACHINE, kCalais + "\\BVS VR 0"));
+    EXPECT_TRUE(!decoyService.open("BVSUP", SERVICE_QUERY_STATUS) && !decoyService.open("zKSCFLT", SERVICE_QUERY_STATUS) &&
+                decoyService.open("OtherVendorSvc", SERVICE_QUERY_STATUS));
+    EXPECT_EQ(filterList(), std::string("OtherFlt\0\0", 10));
+    EXPECT_TRUE(DriverStage::installedInfCopies("bvsifdh.inf").empty());
+    // Vista deletes the staged files itself, XP through the forced clearance that follows.
+    for (const char* name : {"bvsup", "bvsifdh", "zKSCFLT"})
+        for (const char* ext : {".sys", ".inf", ".cat"})
+            EXPECT_FALSE(exists(DriverStage::setupFolder() + "\\" + name + ext) || exists(kHeld)) << name << ext;
+    EXPECT_EQ(log.raw().find("Cannot delete file"), std::string::npos) << "missing files are no error";
+    EXPECT_LOG(log, "Warn in " + kRemove + ", found devToRemove=*BVS0001, osdevice=*BVS0001",
+               "Warn in " + kRemove + ", found devToRemove=*BVS0009, osdevice=*bvs0009",
+               "Err in Win2KCoreInstaller::core_uninstall(), CANNOT FIND BVSIFDH OEM INF! ",
+               "Err in Win2KCoreInstaller::core_uninstall(), CANNOT FIND BVSUP OEM INF! ",
+               "Trace in " + kUsbOp + ", not Brevant device -> Manufacturer: Brevant Systems HID: USB\\VID_7A3C&PID_0001",
+               "Trace in " + kUsbOp + ", \tRemoving [2] devices...", "Trace in " + kUsbOp + ", OK!", "Trace in " + kUsbOp + ", OK!",
+               kUsbOp + ": exit  bRet=1");
+    EXPECT_TRUE(vista || log.hasInOrder({kVidPid + "\tkey=HKLM/SYSTEM\\CurrentControlSet\\Enum\\USB\\VID_7A3C&PID_0001\\ZK0003 service=",
+                                         kVidPid + "   Empty service found.", kVidPid + "   !!! Delete Unrecognized Zenkey !!!",
+                                         kVidPid + "check for unrecognized VID_PID: VID_7A3C&PID_0042", kVidPid + "   Delete Zenkey.",
+                                         kVidPid + "   deleteAllSubKeys()"})) << log.dump();
+    if (vista) CoreForcedClearanceUninstall(0, 1);  // called directly it only refuses
+    EXPECT_EQ(vista, log.has("Err in CoreForcedClearanceUninstall, Platform doesn't support forced cleanup:6"));
+
+    deleteValue(HKEY_LOCAL_MACHINE, kReaderClassKey, "UpperFilters");  // the decoy filter
+    deleteTree(HKEY_LOCAL_MACHINE, otherPid);
+}
+
+// The readers go at most as many as asked. Minimal hardware leaves the fake reader, the
+// filter package, its list entry and its service key (on XP the forced clearance would take them).
+// A token device class of an old release stops the removal after the readers.
+TEST(UninstallOnce, MinimalHardwareKeepsTheFakeReaderAndTheFilter) {
+    ScardSvrService scardSvr;
+    Scenario noReaders;
+    DriverStage stage;
+    Win2KCoreInstaller().copy_oem(false);
+    const std::string filterInf = DriverStage::infFolder() + "\\oem77.inf";  // the filter package's copy
+    CopyFileA(DriverStage::fixture("package\\zKSCFLT.inf").c_str(), filterInf.c_str(), FALSE);
+    TestDevices devices;
+    for (const char* id : {"*BVS0001", "*BVS0001", "*BVS0001"}) devices.addReader(id);
+    const std::string fake = devices.addReader("*bvs0009");
+    UINT rebootMode = 0;
+    Win2KCoreInstaller().core_remove_readers(2, rebootMode);  // at most two
+    EXPECT_EQ(devicesWithId("*BVS0001").size(), 1u);
+    LogCapture log;
+    EXPECT_EQ(0u, CoreUninstall(1, 1));
+    EXPECT_TRUE(devicesWithId("*BVS0001").empty() && deviceExists(fake) && exists(filterInf));
+    EXPECT_TRUE(filterList().find("zKSCFLT") != std::string::npos && keyExists(HKEY_LOCAL_MACHINE, kServices + "zKSCFLT"));
+    EXPECT_LOG(log, "Trace in Win2KCoreInstaller::core_uninstall(),  FilterDriver: not used because D_USE_MINIMAL_HW_ONLY");
+
+    writeDword(HKEY_LOCAL_MACHINE, kTokenClass, "v", 1);  // an old release's token class stops the removal after the readers
+    devices.addReader("*BVS0001");
+    LogCapture stopped;
+    EXPECT_TRUE(CoreUninstall(1, 1) == 0 && devicesWithId("*BVS0001").empty());
+    deleteTree(HKEY_LOCAL_MACHINE, kTokenClass);
+    EXPECT_LOG(stopped, "Err in Win2KCoreInstaller::core_uninstall(), OldVersionExists", "Error - EXCEPTION - coreThrow: OldVersionExists, 0x1");
+}
+
+// The answer and UninstRegClean decide the clean-up, UninstallMsg the restart
+// text. The registry clean-up takes the machine's and every user's trees but
+// the machine's zKFormat; another vendor's key and a value beside stay.
+TEST(UninstallOnce, CheckUninstallAndRegCleanup) {
+    const struct { std::optional<DWORD> regClean; int answer; bool uninstallMsg; const char* line; bool cleaned; } rows[] = {
+        {1, IDYES, false, "YES , bQuest=1", true}, {1, IDNO, true, "YES , bQuest=1", true}, {0, IDYES, false, "NO - ", false},
+        {0, IDNO, false, "YES , bQuest=0", true}, {std::nullopt, IDYES, true, "NO - ", false},
+        {std::nullopt, IDNO, false, "YES , bQuest=4294967295", true}};
+    for (const auto& row : rows) {
+        writeDword(HKEY_LOCAL_MACHINE, kZenkey + "\\Cache", "v", 1);
+        if (row.regClean) writeDword(HKEY_LOCAL_MACHINE, kFlagKey, "UninstRegClean", *row.regClean);
+        if (row.uninstallMsg) writeDword(HKEY_LOCAL_MACHINE, kFlagKey, "UninstallMsg", 1);
+        TestSession session(TestSession::Ui::Scripted, row.answer);
+        const int before = TestSession::messageCount();
+        LogCapture log;
+        EXPECT_TRUE(CoreCheckUninstall(session.handle()) == 0 &&
+                    log.has(std::string("Trace in CoreCheckUninstall, UNINST: USER CHOOSE ") + row.line) &&
+                    keyExists(HKEY_LOCAL_MACHINE, kZenkey + "\\Cache") != row.cleaned &&
+                    TestSession::messageCount() - before == (row.uninstallMsg ? 2 : 1)) << log.dump();
+        EXPECT_EQ(TestSession::lastMessage() + std::to_string(TestSession::lastType() & 0xFFFFFu),
+                  row.uninstallMsg ? "You must restart the computer to complete the uninstall procedure.262192"
+                                   : "Do you want to save configurations?262196");
+        deleteTree(HKEY_LOCAL_MACHINE, "Software\\Brevant");
+    }
+    const std::string user = "S-1-5-21-0-0-0-1000\\" + kZenkey;
+    const char* const trees[] = {"Cache", "logging", "MIDDLEWARE", "CachedCertificates", "Core", "zKCAPI", "zKCertStore",
+                                 "zKProperties", "zKFormat"};
+    for (const char* key : trees) {
+        writeDword(HKEY_LOCAL_MACHINE, kZenkey + "\\" + key + "\\Deep", "v", 1);
+        writeDword(HKEY_USERS, user + "\\" + key, "v", 1);
+    }
+    writeDword(HKEY_LOCAL_MACHINE, "Software\\Brevant\\Other", "v", 1);
+    writeDword(HKEY_LOCAL_MACHINE, kZenkey, "beside", 7);
+    EXPECT_EQ(0u, CoreRegCleanup(0));
+    std::string left;  // M: the machine's tree is left, U: the user's
+    for (const char* key : trees)
+        left += std::string(keyExists(HKEY_LOCAL_MACHINE, kZenkey + "\\" + key) ? "M" : "") +
+                (keyExists(HKEY_USERS, user + "\\" + key) ? "U," : ",");
+    EXPECT_EQ(left, ",,,,,,,,M,");
+    EXPECT_TRUE(keyExists(HKEY_LOCAL_MACHINE, "Software\\Brevant\\Other") && readDword(HKEY_LOCAL_MACHINE, kZenkey, "beside") == 7u);
+    deleteTree(HKEY_LOCAL_MACHINE, "Software\\Brevant");
+    deleteTree(HKEY_USERS, "S-1-5-21-0-0-0-1000\\Software\\Brevant");
+}
+
+// XP only: a driver file held open keeps the restart need; the question comes
+// at UI level 0, an OK inside an installation restarts nothing. Without the
+// installer flag the token and reader services' keys go too.
+TEST(ForcedClearance, RestartQuestionOnlyAtUiLevelZeroAndOkInsideAnInstallationRestartsNothing) {
+    const struct { UINT uiLevel, msiFlag; int answer, boxes; bool rebootCalled; } rows[] = {
+        {0, 1, IDOK, 1, true}, {1, 1, IDOK, 0, false}, {0, 0, IDCANCEL, 1, false}};
+    const std::string readOnly = DriverStage::driversFolder() + "\\bvsup.sys";
+    for (const auto& row : rows) {
+        DriverStage stage;
+        for (const char* name : {"BVSIFDH", "BVSUP"}) writeString(HKEY_LOCAL_MACHINE, kServices + name, "ImagePath", "x");
+        for (const std::string& file : {kHeld, readOnly}) writeFile(file, "sys");
+        SetFileAttributesA(readOnly.c_str(), FILE_ATTRIBUTE_READONLY);
+        FileHandle open(CreateFileA(kHeld.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
+        MessageBoxWatch watch(row.answer);
+        LogCapture log;
+        EXPECT_EQ(CoreForcedClearanceUninstall(row.uiLevel, row.msiFlag), 0u);
+        EXPECT_TRUE(watch.count() == row.boxes && watch.caption() == (row.boxes ? "Uninstall reboot" : "") && !exists(readOnly) &&
+                    keyExists(HKEY_LOCAL_MACHINE, kServices + "BVSUP") == (row.msiFlag != 0) &&
+                    keyExists(HKEY_LOCAL_MACHINE, kServices + "BVSIFDH") == (row.msiFlag != 0)) << row.uiLevel << row.msiFlag;
+        EXPECT_LOG(log, "Trace in DeleteBrevantDrivers(), clean read-only attribute on file: " + readOnly,
+                   "Warn in Win2KCoreInstaller::core_force_clearance_uninstall(), driver file left until restart: zKSCFLT.sys");
+        EXPECT_EQ(log.raw().find(" bDoneReboot=0") != std::string::npos, row.rebootCalled) << log.dump();
+        for (const char* name : {"BVSIFDH", "BVSUP"}) deleteTree(HKEY_LOCAL_MACHINE, kServices + name);
+    }
+}
+
+// XP with msi.dll disabled and Wine's own winscard, whose contexts all fail
+// (resource manager off): the uninstall logs both and still removes the reader.
+TEST(RmOffMissingMsi, UninstallStillSucceeds) {
+    ScardSvrService scardSvr;
+    TestDevices devices;
+    devices.addReader("*BVS0001");
+    LogCapture log;
+    DWORD token = 1;
+    EXPECT_EQ(0u, CoreUninstall(0, 0));
+    EXPECT_TRUE(isTokenPresent(token) == static_cast<LONG>(SCARD_F_INTERNAL_ERROR) && token == 0 && !is_rm_on() &&
+                devicesWithId("*BVS0001").empty() && log.raw().find("Failed to load <msi.dll> , err(0x") != std::string::npos &&
+                log.count("Err in ::isTokenPresent, SCardEstablishContext() failed, rv:0x80100001") == 1) << log.dump();  // not asked when off
+    EXPECT_LOG(log, "Err in ::is_rm_on, SCardEstablishContext() failed, rv:0x80100001",
+               "Err in " + kSnap + "SCardEstablishContext fails, rv=0x80100001", "Trace in ::snapshotScardDevice, Cannot list readers",
+               "Trace in " + kEnv + "nIfdh=0 nVR=0 nOthers=0 bTokenPresent=0 rv=0x0 RebootNeeded=0");
+}
+
+}  // namespace
