@@ -7,7 +7,7 @@
 #include <fstream>
 #include <optional>
 
-#include "../msi_products/MessageBoxWatch.h"
+#include "support/MessageBoxWatch.h"
 #include "cleanup/FileCleanup.h"
 #include "cleanup/RMTable.h"
 #include "drivers/DriverRegistry.h"

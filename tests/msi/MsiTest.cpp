@@ -2,7 +2,7 @@
 // the pre-install checks, and older releases (tests/fixtures/releases)
 // installed with msiexec: discovery, package edits and removal strategies.
 #include "msi/TestBed.h"
-#include "../msi_products/MessageBoxWatch.h"
+#include "support/MessageBoxWatch.h"
 #include "frame/Exception.h"
 #include "frame/Win32.h"
 #include "msi/PreInstallChecks.h"
