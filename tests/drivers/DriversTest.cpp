@@ -28,7 +28,9 @@ namespace {
 
 const HKEY kLm = HKEY_LOCAL_MACHINE;
 const std::string kClass = zk::kReaderClassKey, kServices = "SYSTEM\\CurrentControlSet\\Services\\", kShared = zk::kSharedDllsKey;
-const std::string kEntry = "%SystemRoot%\\System32\\Setup\\Brevant\\Zenkey;", kInit = "Win2KCoreInstaller::installerInit()";
+// kOverrides: Wine's DLL overrides for runner processes only ("" disables a library).
+const std::string kEntry = "%SystemRoot%\\System32\\Setup\\Brevant\\Zenkey;", kInit = "Win2KCoreInstaller::installerInit()",
+                  kOverrides = "Software\\Wine\\AppDefaults\\zkrun.exe\\DllOverrides";
 const std::string kOem = "Win2KCoreInstaller::copy_oem(), ", kSys = "Win2KCoreInstaller::copy_sys(), ", kEnum = "Win2KCoreInstaller::enumareFile(), ";
 
 std::string sz(const Lines& entries, int numbered = 0) {  // REG_MULTI_SZ bytes, after "flt0".."flt<numbered-1>"
@@ -128,13 +130,13 @@ TEST(Binding, EveryStepThenAlreadyBoundThenReleasedAndBoundAgain) {
 // One system library disabled at a time for runner processes (Wine's per-program DLL overrides): the step
 // that fails, and the first one that must not run any more; without the optional catalog library the object is built.
 TEST(Binding, AMissingLibraryStopsTheChain) {
-    const std::string err = "Err in " + kInit + ", ", ok = "Trace in " + kInit + ", ", kOverrides = "Software\\Wine\\AppDefaults\\zkrun.exe\\DllOverrides";
+    const std::string err = "Err in " + kInit + ", ", ok = "Trace in " + kInit + ", ";
     const struct { const char* dll; std::string failed, next; } rows[] = {
         {"newdev", err + "Failed to load <newdev.dll> , err(0x126).", ok + "load <cfgmgr32.dll> ok."}, {"winscard", ok + "GetProcAddress  SetupUninstallOEMInf ok.", ok + "load winscard.dll ok."},
         {"cfgmgr32", err + "Failed to load <cfgmgr32.dll> , err(0x126).", ok + "load <setupapi.dll> ok."}, {"wintrust", ok + "GetProcAddress  m_SCardReleaseContext ok.", ok + "wintrust.dll loaded!"}};
     for (const auto& r : rows) {
         const bool optional = &r == rows + 3;
-        writeString(HKEY_CURRENT_USER, kOverrides, r.dll, "");  // "" disables it
+        writeString(HKEY_CURRENT_USER, kOverrides, r.dll, "");
         LogCapture log;
         const std::string out = runRunner("CoreInstallReaders 0").output;
         EXPECT_TRUE(log.hasInOrder({r.failed, optional ? err + "Cannot find wintrust.dll" : ok + "All Catalog methods operational!", kInit + ": exit  bInitOK:" + (optional ? "1" : "0")}) &&
@@ -209,8 +211,8 @@ UINT install(MsiHandle h, UINT readers, UINT fake, const char* clearReg = nullpt
 // starts from the devices the row before left; the first (minimal hardware) leaves the filter
 // out, the next installs it after another vendor's and refreshes its catalog.
 TEST_F(InstallRoad, ReaderCountFakeReaderAndFilterReconciledWithTheResourceManager) {
-    writeRaw(kLm, kClass, "UpperFilters", REG_MULTI_SZ, sz({"otherflt"})), void(std::ofstream(zk::zkPassIniPath()) << "[pass]\n");
-    stage.placeCatalog("zkextra.cat", "extra\\zkextra.cat");  // lists the filter, as an earlier release leaves one
+    // Another vendor's filter, a catalog listing ours (as an earlier release leaves one), and the file that goes.
+    writeRaw(kLm, kClass, "UpperFilters", REG_MULTI_SZ, sz({"otherflt"})), stage.placeCatalog("zkextra.cat", "extra\\zkextra.cat"), void(std::ofstream(zk::zkPassIniPath()) << "[pass]\n");
     // "CustomActionData" (null: no session, the read fails), count and fake-reader arguments; the resource manager
     // lists `ifdh` readers plus `extra`: "BVS VR 0" a fake reader, "Acme 0" restart demanded, "" SCardSvr gone.
     const struct { const char* data; UINT asked, fakeArg; int ifdh; const char* extra; size_t readers, fakes; const char* line; } rows[] = {
@@ -298,8 +300,7 @@ TEST_F(InstallRoad, FailuresReaderCountActionsAndDriverUpgrade) {
     EXPECT_TRUE(log.hasInOrder({failed + "ERROR_FILE_NOT_FOUND", failed + "5", "Err in CoreInstall, e.code(): result=2", "canfail: 1", "canfail: 0"}) &&
                 log.raw().find("uilevel=1, nPropReaders=2, bAddFakeReader=0, isUpgrade=0, upgradeVersion=0 clear_reg=0xffffffff") != std::string::npos) << log.dump();
 
-    stage.replaceSource("bvsifdh.inf", "package\\bvsifdh.inf");
-    inst.installerFinal(), inst.installerInit(), inst.pnpCreateDevice("*bvs0009\0", 10);
+    stage.replaceSource("bvsifdh.inf", "package\\bvsifdh.inf"), inst.installerFinal(), inst.installerInit(), inst.pnpCreateDevice("*bvs0009\0", 10);
     EXPECT_EQ(CoreInstallReadersEx("") + CoreInstallReadersEx("abc") + CoreInstallReadersEx("3") + CoreInstallReaders(1) + CoreRemoveReaders(1), 0u);
     EXPECT_EQ(log.count("Win2KCoreInstaller::core_add_readers(): entry <time>   add=0 rebootMode=0"), 2);
     expectDevices(3, 1);
@@ -324,10 +325,12 @@ TEST_F(InstallRoad, FailuresReaderCountActionsAndDriverUpgrade) {
         EXPECT_NE(log.raw().find(text), std::string::npos) << text << log.dump();
 }
 
-TEST(InstallRefused, WithoutTheSetupLibrariesOrOnNt4) {
-    SetEnvironmentVariableA("WINEDLLOVERRIDES", "setupapi=d,newdev=d");
+// Refused on NT 4; without newdev.dll (in a runner process) the installer object cannot be built: ERROR_MOD_NOT_FOUND.
+TEST(InstallRefused, WithoutTheDeviceLibraryOrOnNt4) {
+    writeString(HKEY_CURRENT_USER, kOverrides, "newdev", "");
     const std::string out = expectedWinver() == "nt40" ? std::to_string(CoreInstall(0, 0, 3, 0, nullptr, 0, 0, nullptr)) : runRunner("CoreInstall 0 0 3 0 out 0 0 null").output;
-    EXPECT_TRUE(out == "1" || out.find("result=3 (0x3)") != std::string::npos) << out;
+    EXPECT_TRUE(out == "1" || out.find("result=126 (0x7e)") != std::string::npos) << out;
+    deleteTree(HKEY_CURRENT_USER, kOverrides);
 }
 
 // The restart request, and the resource-manager check from XP on.
