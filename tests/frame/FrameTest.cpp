@@ -1,169 +1,282 @@
-// The common frame of the exported actions, and the export table itself.
+// The frame under every action and the system services it drives: raised
+// errors, the flag key, the platform and installer factory, the action frame
+// and its log, the exported entries, services and running programs.
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <new>
-#include <set>
+#include <fstream>
+#include <functional>
+#include <map>
 
+#include "doubles/scardsvr/TestServices.h"
 #include "frame/ActionFrame.h"
+#include "frame/CoreInstaller.h"
+#include "frame/Flags.h"
 #include "frame/Logger.h"
-#include "frame/Win32.h"
+#include "frame/Platform.h"
 #include "support/TestLog.h"
-#include "support/TestProcess.h"
 #include "support/TestRegistry.h"
+#include "system/Processes.h"
+#include "system/Services.h"
 
 using namespace zk;
 using zktest::LogCapture;
+using Codes = std::vector<uint32_t>;
 
 namespace {
 
-const std::string kRule = "-----------------------------";
+const std::string kRule = "-----------------------------", kKey = zktest::kFlagKey, kFlags = "HKLM\\" + kKey;
+const std::string kCopy = systemDirectory() + "\\zKCoreInst.dll", kCert = "Software\\Brevant\\Zenkey\\CertStore";
 
-std::vector<std::string> banner(const std::string& name) {
-    return {" ",
-            " ",
-            kRule,
-            name + " << IN <time>",
-            "getFileVersion():: failure in GetFileVersionInfoSize",
-            systemDirectory() + "\\zKCoreInst.dll version:unknown (file located in the Binary table of msi)",
-            " "};
+// The code of the BVS::Exception that f raises; ~0 when it raises none.
+uint32_t raised(const std::function<void()>& f) try {
+    return f(), ~0u;
+} catch (const BVS::Exception& e) {
+    return e.code();
 }
 
-std::vector<std::string> closing(const std::string& name, const std::string& rvHex) {
-    return {name + " >> OUT, rv = 0x" + rvHex, "<time>", kRule};
-}
-
-std::vector<std::string> join(std::vector<std::string> a, const std::vector<std::string>& b) {
-    a.insert(a.end(), b.begin(), b.end());
-    return a;
-}
-
-class Frame : public ::testing::Test {
-protected:
-    void SetUp() override { DeleteFileA((systemDirectory() + "\\zKCoreInst.dll").c_str()); }
-};
-
-TEST_F(Frame, SuccessWritesBannerAndClosingOnly) {
+TEST(Errors, RaisedCodesNamesAndSystemText) {
     LogCapture log;
-    UINT rv = runAction({"Act", true}, [] {
-        logPlain("body");
-        return 0u;
-    });
-    EXPECT_EQ(rv, 0u);
-    auto expected = join(banner("Act"), {"body"});
-    EXPECT_EQ(log.lines(), join(expected, closing("Act", "0"))) << log.dump();
+    EXPECT_EQ(Codes({raised([] { coreThrow("given", 0x6ba); }), raised([] { SetLastError(5), coreThrow("last", 0); }),
+                     raised([] { SetLastError(0), coreThrow("none", 0); }),
+                     raised([] { SetLastError(87), checkBool(FALSE, ""); }), raised([] { checkError(5, ""); }),
+                     raised([] { SetLastError(6), checkHandle(INVALID_HANDLE_VALUE, ""); }),
+                     raised([] { SetLastError(14), checkPointer(nullptr, ""); }),
+                     raised([] { checkBool(1, ""), checkError(0, ""), checkHandle(nullptr, ""), checkPointer("", ""); })}),
+              Codes({0x6ba, 5, 0x80090020, 87, 5, 6, 14, ~0u}));
+    SetLastError(ERROR_FILE_NOT_FOUND);
+    printError("CopyFileA");
+    EXPECT_TRUE(log.hasInOrder({"Error - EXCEPTION - coreThrow: given, 0x6ba", "Error - EXCEPTION - coreThrow: last, 0x5",
+                                "Error - EXCEPTION - coreThrow: none, 0x80090020", "printError: entry <time>  CopyFileA",
+                                "printError: exit "}))
+        << log.dump();
+    EXPECT_NE(log.raw().find("Trace in printError, method CopyFileA: Failed with error=0x2, description: "), -1ull);
+    for (const auto& [code, name] : std::map<uint32_t, std::string>{
+             {0, "ERROR_SUCCESS"}, {259, "ERROR_NO_MORE_ITEMS"}, {1920, "ERROR_CANT_ACCESS_FILE"}, {3, "??Unknown error"},
+             {0x80092003, "CRYPT_E_FILE_ERROR"}, {0xE000020B, "ERROR_NO_SUCH_DEVINST"}, {1604, "??Unknown error"},
+             {0xE0000244, "ERROR_SIGNATURE_OSATTRIBUTE_MISMATCH"}, {~0u, "??Unknown error"}})
+        EXPECT_EQ(errorName(int32_t(code)), name) << code;
 }
 
-TEST_F(Frame, CanfailDecidesWhetherAFailureReachesTheInstaller) {
-    auto body = []() -> UINT { throw BVS::Exception("denied", 5); };
-    {
-        LogCapture log;
-        EXPECT_EQ(runAction({"Soft", false}, body), 0u);
-        auto tail = join({"Soft EXCEPTION: 0x5", "canfail: 0"}, closing("Soft", "5"));
-        EXPECT_EQ(log.lines(), join(banner("Soft"), tail)) << log.dump();
-    }
-    {
-        LogCapture log;
-        EXPECT_EQ(runAction({"Hard", true}, body), 5u);
-        auto tail = join({"Hard EXCEPTION: 0x5", "canfail: 1"}, closing("Hard", "5"));
-        EXPECT_EQ(log.lines(), join(banner("Hard"), tail)) << log.dump();
-    }
-    // A returned failure code follows the same rule.
-    EXPECT_EQ(runAction({"Soft", false}, [] { return 1603u; }), 0u);
-    EXPECT_EQ(runAction({"Hard", true}, [] { return 1603u; }), 1603u);
-}
-
-TEST_F(Frame, UserExitAlwaysReachesTheInstaller) {
-    for (bool canfail : {false, true}) {
-        LogCapture log;
-        EXPECT_EQ(runAction({"Cancel", canfail}, [] { return 1602u; }), 1602u);
-        auto tail = join({std::string("canfail: ") + (canfail ? "1" : "0")}, closing("Cancel", "642"));
-        tail.push_back("Cancel EXCEPTION - return UserExit");
-        EXPECT_EQ(log.lines(), join(banner("Cancel"), tail)) << log.dump();
-    }
-    // Also when it arrives as an exception code.
-    EXPECT_EQ(runAction({"Cancel", false}, []() -> UINT { throw BVS::Exception("user", 1602); }), 1602u);
-}
-
-TEST_F(Frame, UnknownExceptionsBecomeInstallFailure) {
+// Run under every Windows version (CMakeLists.txt). Flags are DWORDs, read
+// once and consumed; where the flag key cannot be opened, NT4 and Windows 2000
+// ask for a forced reboot and the writers raise. NT4 gets no installer.
+TEST(Versions, FlagsPlatformAndInstaller) {
+    const int platform = getPlatform(), old = platform == PL_WINNT4 || platform == PL_WIN2K;
+    EXPECT_EQ(platform, (std::map<std::string, int>{{"", 6}, {"nt40", 3}, {"win2k", 4}, {"winxp", 5}, {"win2003", 5},
+                                                    {"vista", 6}, {"win10", 6}}.at(zktest::expectedWinver())));
+    zktest::deleteTree(HKEY_LOCAL_MACHINE, "Software\\Brevant");
+    zktest::writeDword(HKEY_LOCAL_MACHINE, kCert, "Propagate", 1);
     LogCapture log;
-    EXPECT_EQ(runAction({"Odd", true}, []() -> UINT { throw std::bad_alloc(); }), 1603u);
-    auto tail = join({"Odd EXCEPTION (...)", "canfail: 1"}, closing("Odd", "643"));
-    EXPECT_EQ(log.lines(), join(banner("Odd"), tail)) << log.dump();
-    EXPECT_EQ(runAction({"Odd", false}, []() -> UINT { throw 3.5; }), 0u);
-}
-
-TEST_F(Frame, BareResultCodesAndTheErrorLevelVariant) {
-    EXPECT_EQ(runAction({"Bare", true}, []() -> UINT { throw static_cast<UINT>(1605); }), 1605u);
-    EXPECT_EQ(runAction({"Bare", true}, []() -> UINT { throw ERROR_INSTALL_USEREXIT; }), 1602u);
-    LogCapture log;
-    EXPECT_EQ(runAction({"CoreLike", true, true}, []() -> UINT { throw BVS::Exception("x", 0x57); }), 0x57u);
-    EXPECT_TRUE(log.hasInOrder({"Err in CoreLike, e.code(): result=87", "CoreLike EXCEPTION: 0x57", "canfail: 1"}))
+    markReboot(true), markRollback(false), markUninstallMsg(true), markCoreFlag("UpgradeExecuting", 7);
+    for (auto [name, want] : std::map<std::string, DWORD>{{"Reboot", 1}, {"Rollback", 0}, {"UninstallMsg", 1},
+                                                           {"UpgradeExecuting", 7}}) {
+        EXPECT_EQ(zktest::readDword(HKEY_LOCAL_MACHINE, kKey, name), want) << name;
+        DWORD value = 99, again = 99;
+        EXPECT_EQ(checkCoreFlags(name, value) + checkCoreFlags(name, again), DWORD(ERROR_FILE_NOT_FOUND)) << name;
+        EXPECT_EQ(value * 100 + again, want * 100) << name;
+    }
+    EXPECT_EQ(deleteCoreSetting(kCert, "Propagate") + deleteCoreSetting(kCert, "Propagate"), LONG(ERROR_FILE_NOT_FOUND));
+    EXPECT_FALSE(zktest::readDword(HKEY_LOCAL_MACHINE, kCert, "Propagate"));
+    // A volatile key takes no ordinary sub-key: the flag key cannot be made.
+    zktest::deleteTree(HKEY_LOCAL_MACHINE, "Software\\Brevant");
+    zktest::createVolatileKey(HKEY_LOCAL_MACHINE, "Software\\Brevant\\Zenkey\\MIDDLEWARE");
+    DWORD value = 99;
+    EXPECT_EQ(checkCoreFlags("Reboot", value), ERROR_CHILD_MUST_BE_VOLATILE);
+    EXPECT_EQ(value, old ? 2u : 0u);
+    EXPECT_EQ(log.count("Trace in checkCoreFlags(), use FORCE_REBOOT to solve error"), old) << log.dump();
+    EXPECT_EQ(Codes({raised([] { markReboot(true); }), raised([] { markCoreFlag("X", 1); }),
+                     raised([] { getCoreInstallerForPlatform(); })}),
+              Codes({0x3fd, 0x3fd, platform == PL_WINNT4 ? 1u : ~0u}));
+    zktest::deleteTree(HKEY_LOCAL_MACHINE, "Software\\Brevant");
+    EXPECT_TRUE(log.hasInOrder(
+        {"Trace in markReboot(), setValue " + kFlags + "\\Reboot=1", "Trace in markRollback(), setValue " + kFlags +
+         "\\Rollback=0", "Trace in markUninstallMsg(), setValue " + kFlags + "\\UninstallMsg=1",
+         "Trace in markCoreFlag(), setValue " + kFlags + "\\UpgradeExecuting=7",
+         "Trace in checkCoreFlags(), (New API) value=Reboot", "Trace in checkCoreFlags(), getValue " + kFlags + "\\Reboot",
+         "Trace in checkCoreFlags(), key =" + kKey + " value=1 rv=0", "checkCoreFlags(): exit  rv=0x0",
+         "Warn in checkCoreFlags(), RegQueryValueEx failed (possibly value doesn't exist) , valName=Reboot rv=0x2",
+         "checkCoreFlags(): exit  rv=0x2", "Trace in deleteCoreSetting(), key=" + kCert + " value=Propagate",
+         "Warn in checkCoreFlags(), RegCreateKey (VISTA: open key without DELETE permit!), key=" + kKey,
+         "Err in checkCoreFlags(), Open " + kFlags + " failed, rv=0x3fd", "checkCoreFlags(): exit  rv=0x3fd",
+         "Err in markReboot(), createSubKeyPath " + kFlags + " failed, rv=0x3fd",
+         "Error - EXCEPTION - coreThrow: markReboot, failed., 0x3fd",
+         "Error - EXCEPTION - coreThrow: markCoreFlag, failed., 0x3fd",
+         "getCoreInstallerForPlatform: platform=" + std::to_string(platform)}))
         << log.dump();
 }
 
-// The export table: exactly the 24 names, nothing else.
-TEST(Exports, TheDllExportsExactlyTheActions) {
-    zktest::ExportLibrary dll;
-    ASSERT_NE(dll.module(), nullptr) << zktest::env("ZK_DLL");
-    auto base = reinterpret_cast<const BYTE*>(dll.module());
-    auto dos = reinterpret_cast<const IMAGE_DOS_HEADER*>(base);
-    auto nt = reinterpret_cast<const IMAGE_NT_HEADERS*>(base + dos->e_lfanew);
-    const auto& dir = nt->OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_EXPORT];
-    auto exports = reinterpret_cast<const IMAGE_EXPORT_DIRECTORY*>(base + dir.VirtualAddress);
-    auto names = reinterpret_cast<const DWORD*>(base + exports->AddressOfNames);
-    std::set<std::string> found;
-    for (DWORD i = 0; i < exports->NumberOfNames; ++i) found.insert(reinterpret_cast<const char*>(base + names[i]));
-    const std::set<std::string> expected = {
-        "CoreInstall", "CoreUninstall", "CoreRepair", "CoreRollback", "CoreForcedClearanceUninstall",
-        "CoreRegCleanup", "CoreCheckReboot", "CoreCheckRollback", "CoreCheckUninstall", "CoreCheckRMbehave",
-        "CoreInstallReaders", "CoreInstallReadersEx", "CoreRemoveReaders", "CoreRemoveReadersEx",
-        "CoreCheckSessions", "CoreCheckUncompatibleApp", "CoreCheckWindowsFileProtection", "CoreMSITest",
-        "CoreStoreProps", "PKIInstall", "PKIRegInstall", "PKIRemove", "CoreSetWinLog", "PKISetWinLog"};
-    EXPECT_EQ(found, expected);
-    EXPECT_EQ(exports->NumberOfFunctions, 24u);
-}
-
-// Every framed export, called with null arguments, runs in its frame and
-// returns; out-pointers that are null are left alone. CoreMSITest is left out:
-// without an installer handle it shows a window message box by design (its
-// own tests answer that box).
-TEST(Exports, EveryActionRunsInItsFrameWithNullArguments) {
-    zktest::ExportLibrary dll;
-    ASSERT_NE(dll.module(), nullptr);
-    using Any = UINT(WINAPI*)(uintptr_t, uintptr_t, uintptr_t, uintptr_t, uintptr_t, uintptr_t, uintptr_t,
-                              uintptr_t);
-    const char* actions[] = {
-        "CoreInstall", "CoreUninstall", "CoreRepair", "CoreRollback", "CoreForcedClearanceUninstall",
-        "CoreRegCleanup", "CoreCheckReboot", "CoreCheckRollback", "CoreCheckUninstall", "CoreCheckRMbehave",
-        "CoreInstallReaders", "CoreInstallReadersEx", "CoreRemoveReaders", "CoreRemoveReadersEx",
-        "CoreCheckSessions", "CoreCheckUncompatibleApp", "CoreCheckWindowsFileProtection",
-        "CoreStoreProps", "PKIInstall", "PKIRegInstall", "PKIRemove"};
-    for (const char* name : actions) {
-        auto fn = dll.get<Any>(name);
-        ASSERT_NE(fn, nullptr) << name;
-        LogCapture log;
-        fn(0, 0, 0, 0, 0, 0, 0, 0);
-        EXPECT_TRUE(log.hasInOrder({kRule, std::string(name) + " << IN <time>"})) << name << "\n" << log.dump();
-        const auto lines = log.lines();
-        ASSERT_GE(lines.size(), 3u) << name;
-        EXPECT_EQ(lines[lines.size() - 1], kRule) << name;
-    }
-}
-
-// CoreCheckRollback fails the installation only when a rollback is flagged.
-TEST(Exports, CheckRollbackTurnsTheFlagIntoInstallFailure) {
-    zktest::deleteTree(HKEY_LOCAL_MACHINE, zktest::kFlagKey);
-    zktest::ExportLibrary dll;
-    auto check = dll.get<UINT(WINAPI*)(unsigned long)>("CoreCheckRollback");
-    EXPECT_EQ(check(0), 0u);
-    zktest::writeDword(HKEY_LOCAL_MACHINE, zktest::kFlagKey, "Rollback", 1);
+// Windows 95/98 and unknown systems are classed; only Windows 2000 and later get an installer.
+TEST(Platform, ClassesAndTheInstallerServedForEach) {
+    EXPECT_EQ(std::vector<int>({platformFromVersion(VER_PLATFORM_WIN32_WINDOWS, 4, 0),
+                                platformFromVersion(VER_PLATFORM_WIN32_WINDOWS, 4, 90),
+                                platformFromVersion(VER_PLATFORM_WIN32_NT, 3, 51), platformFromVersion(0, 4, 0)}),
+              std::vector<int>({PL_WIN95, PL_WIN98, PL_UNKNOWN, PL_UNKNOWN}));
     LogCapture log;
-    EXPECT_EQ(check(0), 1603u);
-    EXPECT_TRUE(log.hasInOrder({"Rollback must occur: flags=1", "canfail: 1", "CoreCheckRollback >> OUT, rv = 0x643"}))
+    Codes codes;
+    for (int p : {0, 1, 2, 3, 4, 5, 6, 9}) codes.push_back(raised([p] { getCoreInstallerForPlatform(p); }));
+    EXPECT_EQ(codes, Codes({1, 1, 1, 1, ~0u, ~0u, ~0u, 1}));
+    const std::string at = "getCoreInstallerForPlatform: platform=", ok = "Win2KCoreInstaller::installerInit(): exit  bInitOK:1",
+                      none = "Error - EXCEPTION - coreThrow: Cannot get Device manager for this platform., 0x1",
+                      refused = "Error - EXCEPTION - coreThrow: Cannot install MRV4 for this platform., 0x1";
+    EXPECT_TRUE(log.hasInOrder({at + "0", none, at + "1", "Platform detected: Win95", refused, at + "2",
+                                "Platform detected: Win98", refused, at + "3", "Platform detected: WinNT4", refused,
+                                at + "4", "Platform detected: Win2K", ok, at + "5", "Platform detected: PL_WINNTXP", ok,
+                                at + "6", "Platform detected: PL_WINVISTA", ok, at + "9", none}))
         << log.dump();
-    EXPECT_FALSE(zktest::readDword(HKEY_LOCAL_MACHINE, zktest::kFlagKey, "Rollback").has_value());
-    EXPECT_EQ(check(0), 0u);  // consumed
+}
+
+// The result the installer sees and the frame's log, by what the body does;
+// the version line names the version of the library's copy in the system folder.
+TEST(Frame, ResultAndLogByOutcome) {
+    ASSERT_TRUE(CopyFileA(zktest::env("ZK_DLL").c_str(), kCopy.c_str(), FALSE));
+    auto denied = []() -> UINT { throw BVS::Exception("denied", 5); };
+    LogCapture log;
+    EXPECT_EQ(Codes({runAction({"Act", true}, [] { return 0u; }), runAction({"Soft", false}, denied),
+                     runAction({"Hard", true}, denied), runAction({"Cancel", false}, [] { return 1602u; }),
+                     runAction({"Odd", true}, []() -> UINT { throw std::bad_alloc(); }),
+                     runAction({"Bare", true}, []() -> UINT { throw 1605u; }),
+                     runAction({"Core", true, true}, []() -> UINT { throw BVS::Exception("x", 0x57); })}),
+              Codes({0, 0, 5, 1602, 1603, 1605, 0x57}));
+    DeleteFileA(kCopy.c_str());
+    EXPECT_EQ(log.count("canfail: 0") + log.count("canfail: 1"), 6);  // all but the success
+    EXPECT_TRUE(log.hasInOrder(
+        {" ", " ", kRule, "Act << IN <time>", kCopy + " version:" + std::to_string(ZK_VERSION_MAJOR) + "." +
+         std::to_string(ZK_VERSION_MINOR) + " (build " + std::to_string(ZK_VERSION_BUILD) + ")", " ",
+         "Act >> OUT, rv = 0x0", "<time>", kRule, "Soft EXCEPTION: 0x5", "canfail: 0", "Soft >> OUT, rv = 0x5",
+         "Hard EXCEPTION: 0x5", "canfail: 1", "Cancel << IN <time>", "canfail: 0", "Cancel >> OUT, rv = 0x642", "<time>",
+         kRule, "Cancel EXCEPTION - return UserExit", "Odd EXCEPTION (...)", "canfail: 1", "Odd >> OUT, rv = 0x643",
+         "Bare EXCEPTION: 0x645", "Err in Core, e.code(): result=87", "Core EXCEPTION: 0x57", "Core >> OUT, rv = 0x57"}))
+        << log.dump();
+}
+
+// Every framed entry of the library, called with null arguments, runs in its
+// frame (CoreMSITest would show a message box). A flagged rollback fails the
+// installation once; the log is echoed to the window the library is given.
+TEST(Exports, EveryActionRunsInItsFrame) {
+    zktest::ExportLibrary dll;
+    using Any = UINT(WINAPI*)(uintptr_t, uintptr_t, uintptr_t, uintptr_t, uintptr_t, uintptr_t, uintptr_t, uintptr_t);
+    for (const std::string name :
+         {"CoreInstall", "CoreUninstall", "CoreRepair", "CoreRollback", "CoreForcedClearanceUninstall",
+          "CoreRegCleanup", "CoreCheckReboot", "CoreCheckRollback", "CoreCheckUninstall", "CoreCheckRMbehave",
+          "CoreInstallReaders", "CoreInstallReadersEx", "CoreRemoveReaders", "CoreRemoveReadersEx", "CoreCheckSessions",
+          "CoreCheckUncompatibleApp", "CoreCheckWindowsFileProtection", "CoreStoreProps", "PKIInstall",
+          "PKIRegInstall", "PKIRemove"}) {
+        LogCapture log;
+        dll.get<Any>(name.c_str())(0, 0, 0, 0, 0, 0, 0, 0);
+        EXPECT_TRUE(log.hasInOrder({kRule, name + " << IN <time>", "getFileVersion():: failure in GetFileVersionInfoSize",
+                                    kCopy + " version:unknown (file located in the Binary table of msi)"}))
+            << log.dump();
+        EXPECT_EQ(log.lines().back(), kRule) << log.dump();
+    }
+    HWND window = CreateWindowA("STATIC", "", 0, 0, 0, 10, 10, nullptr, nullptr, nullptr, nullptr);
+    auto check = dll.get<UINT(WINAPI*)(uintptr_t)>("CoreCheckRollback");
+    dll.get<void(WINAPI*)(uintptr_t)>("CoreSetWinLog")(reinterpret_cast<uintptr_t>(window));
+    zktest::writeDword(HKEY_LOCAL_MACHINE, kKey, "Rollback", 1);
+    LogCapture log;
+    EXPECT_EQ(check(0) + check(0), 1603u);
+    EXPECT_TRUE(log.hasInOrder({"Rollback must occur: flags=1", "canfail: 1", "CoreCheckRollback >> OUT, rv = 0x643",
+                                "CoreCheckRollback >> OUT, rv = 0x0"}))
+        << log.dump();
+    char text[64] = {};
+    GetWindowTextA(window, text, sizeof text);
+    dll.get<void(WINAPI*)(uintptr_t)>("PKISetWinLog")(0);
+    DestroyWindow(window);
+    EXPECT_EQ(std::string(text), "(ThID:" + std::to_string(GetCurrentThreadId()) + "): " + kRule + "\r\n");
+}
+
+// A log that is a (symbolic or hard) link to another file is left alone.
+TEST(Logging, LinkedLogsAreRefused) {
+    const std::string links = zktest::env("ZK_LOG_LINK_DIR") + "\\", target = links + "target.txt";
+    CreateDirectoryA((links + "hard").c_str(), nullptr);
+    DeleteFileA((links + "hard\\" + kLogFileName).c_str());
+    std::ofstream(target, std::ios::binary) << "kept";
+    ASSERT_TRUE(CreateHardLinkA((links + "hard\\" + kLogFileName).c_str(), target.c_str(), nullptr));
+    char saved[MAX_PATH] = {};
+    GetEnvironmentVariableA("TMP", saved, MAX_PATH);
+    LogCapture log;
+    for (const std::string& temp : {links, links + "hard\\"}) {
+        SetEnvironmentVariableA("TMP", temp.c_str());
+        EXPECT_NE(zktest::runRunner("CoreCheckRollback 0").output.find("result=0 (0x0)"), -1ull) << temp;
+    }
+    SetEnvironmentVariableA("TMP", saved);
+    EXPECT_EQ(zktest::readFileFrom(target, 0), "kept");
+    EXPECT_EQ(log.raw(), "");
+}
+
+// In a prefix of its own (CMakeLists.txt): Wine accepts the restart request
+// and restarts nothing but that prefix's desktop.
+TEST(Reboot, OnlyWhenAskedAndNotSuppressed) {
+    LogCapture log;
+    for (auto [ask, suppress] : {std::pair{true, true}, {false, false}, {false, true}, {true, false}})
+        EXPECT_EQ(ImplementReboot(ask, suppress), ask && !suppress);
+    EXPECT_EQ(log.count("ImplementReboot: exit  bDoneReboot=0"), 3);
+    EXPECT_EQ(log.lines().size(), 13u) << log.dump();
+    EXPECT_TRUE(log.hasInOrder({"ImplementReboot: entry <time>  ", "Warn in ImplementReboot, try reboot",
+                                "ImplementReboot: exit  bDoneReboot=1"}))
+        << log.dump();
+}
+
+// Only "SCARDSVR" spelt so is made automatic; a stopped service gets no stop
+// request; a missing one is no failure to stop or delete, but is to start.
+TEST(Services, StartStopDeleteAndTheirFailures) {
+    zktest::TestServices services;
+    services.create("SCardSvr");
+    services.create("zkFailingService", zktest::scardSvrBinary() + " --fail");
+    SC_HANDLE scm = services.scm();
+    bool reboot = false;
+    LogCapture log;
+    EXPECT_EQ(startService(scm, "scardsvr"), 0u);
+    EXPECT_EQ(setServiceStartType(scm, "SCardSvr", nullptr), DWORD(ERROR_INVALID_HANDLE));
+    EXPECT_EQ(setServiceStartType(scm, "SCardSvr", services.open("SCardSvr", SERVICE_QUERY_STATUS).get()),
+              DWORD(ERROR_ACCESS_DENIED));
+    EXPECT_EQ(services.startType(), DWORD(SERVICE_DEMAND_START));
+    EXPECT_EQ(startService(scm, "SCARDSVR"), 0u);
+    EXPECT_EQ(services.startType(), DWORD(SERVICE_AUTO_START));
+    EXPECT_EQ(stopService(scm, "SCardSvr", reboot) + stopService(scm, "SCardSvr", reboot), 0u);
+    EXPECT_EQ(services.state(), DWORD(SERVICE_STOPPED));
+    EXPECT_EQ(deleteService(scm, "SCardSvr", reboot), 0u);
+    EXPECT_FALSE(services.open("SCardSvr", SERVICE_QUERY_STATUS));
+    EXPECT_EQ(Codes({startService(scm, "zkFailingService"), startService(scm, "zkNoSuchService"),
+                     stopService(scm, "zkNoSuchService", reboot), deleteService(scm, "zkNoSuchService", reboot)}),
+              Codes({ERROR_SERVICE_SPECIFIC_ERROR, ERROR_SERVICE_DOES_NOT_EXIST, 0, 0}));
+    EXPECT_FALSE(reboot);
+    EXPECT_TRUE(log.hasInOrder(
+        {"Trace in ::startService, service <scardsvr> started.",
+         "Err in ::setServiceStartType, handle is NULL, hRM=" + std::to_string(uintptr_t(scm)) + " hSC=0",
+         "Err in ::setServiceStartType, QueryServiceConfig failed ERROR_ACCESS_DENIED (0x5)",
+         "Trace in ::setServiceStartType, service set to be as Automatically runned",
+         "Trace in ::startService, service <SCARDSVR> was running, status=0x4",
+         "Trace in ::stopService, ControlService(SERVICE_CONTROL_STOP) stopped",
+         "Trace in ::stopService, service is not running.", "Trace in ::deleteService, Service deleted: SCardSvr",
+         "Err in ::startService, service <zkFailingService> not started ...", "Err in ::startService,   Exit Code: 0x42a",
+         "Err in ::startService,   Service Specific Exit Code: 0x2a",
+         "Err in ::startService, service <zkNoSuchService> cannot be opened: (0x424)",
+         "Trace in ::stopService, OpenService() fails because ERROR_SERVICE_DOES_NOT_EXIST",
+         "Trace in ::deleteService, OpenService() fails because ERROR_SERVICE_DOES_NOT_EXIST"}))
+        << log.dump();
+}
+
+// Names match case-sensitively, as part of the program's name; an empty name matches nothing.
+TEST(Processes, EveryMatchingProgramIsEnded) {
+    std::string line = "\"" + zktest::env("ZK_FIXTURES") + "\\doubles\\zksleeper.exe\"";
+    PROCESS_INFORMATION sleepers[2] = {};
+    STARTUPINFOA si = {};
+    si.cb = sizeof si;
+    for (auto& pi : sleepers) ASSERT_TRUE(CreateProcessA(nullptr, line.data(), nullptr, nullptr, 0, 0, nullptr, nullptr, &si, &pi));
+    bool reboot = false;
+    LogCapture log;
+    for (const char* name : {"ZKSLEEP", "zkNoSuchProgram", "", "sleeper"}) EXPECT_EQ(stopProccess(name, reboot), 0u);
+    EXPECT_FALSE(reboot);
+    for (auto& pi : sleepers) {
+        DWORD code = 1;
+        EXPECT_TRUE(GetExitCodeProcess(pi.hProcess, &code) && code == 0) << code;
+        TerminateProcess(pi.hProcess, 1), CloseHandle(pi.hProcess), CloseHandle(pi.hThread);
+    }
+    EXPECT_EQ(log.lines().size(), 18u) << log.dump();  // entry and exit of each call, three lines per program ended
+    EXPECT_TRUE(log.hasInOrder({"Trace in ::stopProccess, found running zksleeper.exe",
+                                "Trace in ::stopProccess, try TerminateProcess zksleeper.exe",
+                                "Trace in ::stopProccess, killed zksleeper.exe", "::stopProccess: exit , reboot(0)"}))
+        << log.dump();
 }
 
 }  // namespace
