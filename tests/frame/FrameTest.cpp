@@ -30,27 +30,6 @@ static uint32_t raised(const std::function<void()>& f) try {
     return e.code();
 }
 
-TEST(Errors, RaisedCodesNamesAndSystemText) {
-    LogCapture log;
-    raised([] { coreThrow("given", 0x6ba); }), raised([] { SetLastError(5), coreThrow("last", 0); });
-    raised([] { SetLastError(0), coreThrow("none", 0); });
-    EXPECT_EQ(Codes({raised([] { SetLastError(87), checkBool(FALSE, ""); }), raised([] { checkError(5, ""); }),
-                     raised([] { SetLastError(6), checkHandle(INVALID_HANDLE_VALUE, ""); }),
-                     raised([] { SetLastError(14), checkPointer(nullptr, ""); }),
-                     raised([] { checkBool(1, ""), checkError(0, ""), checkHandle(nullptr, ""), checkPointer("", ""); })}),
-              Codes({87, 5, 6, 14, ~0u}));
-    SetLastError(ERROR_FILE_NOT_FOUND);
-    printError("CopyFileA");
-    EXPECT_TRUE(log.hasInOrder({"Error - EXCEPTION - coreThrow: given, 0x6ba", "Error - EXCEPTION - coreThrow: last, 0x5",
-                                "Error - EXCEPTION - coreThrow: none, 0x80090020", "printError: entry <time>  CopyFileA",
-                                "printError: exit "})) << log.dump();
-    EXPECT_NE(log.raw().find("Trace in printError, method CopyFileA: Failed with error=0x2, description: "), -1ull);
-    for (const auto& [code, name] : std::map<uint32_t, std::string>{
-             {0, "ERROR_SUCCESS"}, {259, "ERROR_NO_MORE_ITEMS"}, {1920, "ERROR_CANT_ACCESS_FILE"}, {3, "??Unknown error"},
-             {0x80092003, "CRYPT_E_FILE_ERROR"}, {0xE000020B, "ERROR_NO_SUCH_DEVINST"}, {1604, "??Unknown error"},
-             {0xE0000244, "ERROR_SIGNATURE_OSATTRIBUTE_MISMATCH"}, {~0u, "??Unknown error"}})
-        EXPECT_EQ(errorName(int32_t(code)), name) << code;
-}
 
 // Run under every Windows version (CMakeLists.txt). Flags are DWORDs, read
 // once and consumed; where the flag key cannot be opened, NT4 and Windows 2000
@@ -103,28 +82,46 @@ TEST(Versions, FlagsPlatformAndInstaller) {
         << log.dump();
 }
 
-// The result the installer sees and the frame's log, by what the body does;
-// the version line names the version of the library's copy in the system folder.
-TEST(Frame, ResultAndLogByOutcome) {
+// The result the installer sees and the frame's log, by what the body does:
+// returns, raises (the code given, else the last error, else the general
+// failure), or throws anything else. The version line names the version of the
+// library's copy in the system folder.
+TEST(Frame, ResultLogAndErrors) {
     ASSERT_TRUE(CopyFileA(zktest::env("ZK_DLL").c_str(), kCopy.c_str(), FALSE));
-    auto denied = []() -> UINT { throw BVS::Exception("denied", 5); };
     LogCapture log;
-    EXPECT_EQ(Codes({runAction({"Act", true}, [] { return 0u; }), runAction({"Soft", false}, denied),
-                     runAction({"Hard", true}, denied), runAction({"Cancel", false}, [] { return 1602u; }),
+    EXPECT_EQ(Codes({runAction({"Act", true}, [] { return SetLastError(2), printError("CopyFileA"), 0u; }),
+                     runAction({"Soft", false}, [] { return coreThrow("given", 0x6ba), 0u; }),
+                     runAction({"Hard", true}, [] { return SetLastError(5), coreThrow("last", 0), 0u; }),
+                     runAction({"Cancel", false}, [] { return 1602u; }),
                      runAction({"Odd", true}, []() -> UINT { throw std::bad_alloc(); }),
                      runAction({"Bare", true}, []() -> UINT { throw 1605u; }),
-                     runAction({"Core", true, true}, []() -> UINT { throw BVS::Exception("x", 0x57); })}),
-              Codes({0, 0, 5, 1602, 1603, 1605, 0x57}));
+                     runAction({"Core", true, true}, [] { return SetLastError(0), coreThrow("none", 0), 0u; }),
+                     runAction({"B", true}, [] { return SetLastError(87), checkBool(FALSE, ""), 0u; }),
+                     runAction({"E", true}, [] { return checkError(5, ""), 0u; }),
+                     runAction({"H", true}, [] { return SetLastError(6), checkHandle(INVALID_HANDLE_VALUE, ""), 0u; }),
+                     runAction({"P", true}, [] { return SetLastError(14), checkPointer(nullptr, ""), 0u; }),
+                     runAction({"Ok", true}, [] {
+                         return checkBool(1, ""), checkError(0, ""), checkHandle(nullptr, ""), checkPointer("", ""), 0u;
+                     })}),
+              Codes({0, 0, 5, 1602, 1603, 1605, 0x80090020, 87, 5, 6, 14, 0}));
     DeleteFileA(kCopy.c_str());
-    EXPECT_EQ(log.count("canfail: 0") + log.count("canfail: 1"), 6);  // all but the success
+    EXPECT_EQ(log.count("canfail: 0") + log.count("canfail: 1"), 10);  // all but the successes
     EXPECT_TRUE(log.hasInOrder(
         {" ", " ", kRule, "Act << IN <time>", kCopy + " version:" + std::to_string(ZK_VERSION_MAJOR) + "." +
-         std::to_string(ZK_VERSION_MINOR) + " (build " + std::to_string(ZK_VERSION_BUILD) + ")", " ",
-         "Act >> OUT, rv = 0x0", "<time>", kRule, "Soft EXCEPTION: 0x5", "canfail: 0", "Soft >> OUT, rv = 0x5",
-         "Hard EXCEPTION: 0x5", "canfail: 1", "Cancel << IN <time>", "canfail: 0", "Cancel >> OUT, rv = 0x642", "<time>",
-         kRule, "Cancel EXCEPTION - return UserExit", "Odd EXCEPTION (...)", "canfail: 1", "Odd >> OUT, rv = 0x643",
-         "Bare EXCEPTION: 0x645", "Err in Core, e.code(): result=87", "Core EXCEPTION: 0x57", "Core >> OUT, rv = 0x57"}))
+         std::to_string(ZK_VERSION_MINOR) + " (build " + std::to_string(ZK_VERSION_BUILD) + ")", " ", " ",
+         "printError: entry <time>  CopyFileA", "printError: exit ", "Act >> OUT, rv = 0x0", "<time>", kRule,
+         "Error - EXCEPTION - coreThrow: given, 0x6ba", "Soft EXCEPTION: 0x6ba", "canfail: 0", "Soft >> OUT, rv = 0x6ba",
+         "Error - EXCEPTION - coreThrow: last, 0x5", "Hard EXCEPTION: 0x5", "canfail: 1", "Cancel << IN <time>",
+         "canfail: 0", "Cancel >> OUT, rv = 0x642", "<time>", kRule, "Cancel EXCEPTION - return UserExit",
+         "Odd EXCEPTION (...)", "canfail: 1", "Odd >> OUT, rv = 0x643", "Bare EXCEPTION: 0x645",
+         "Error - EXCEPTION - coreThrow: none, 0x80090020", "Err in Core, e.code(): result=2148073504"}))
         << log.dump();
+    EXPECT_NE(log.raw().find("Trace in printError, method CopyFileA: Failed with error=0x2, description: "), -1ull);
+    for (const auto& [code, name] : std::map<uint32_t, std::string>{
+             {0, "ERROR_SUCCESS"}, {259, "ERROR_NO_MORE_ITEMS"}, {1920, "ERROR_CANT_ACCESS_FILE"}, {3, "??Unknown error"},
+             {0x80092003, "CRYPT_E_FILE_ERROR"}, {0xE000020B, "ERROR_NO_SUCH_DEVINST"}, {1604, "??Unknown error"},
+             {0xE0000244, "ERROR_SIGNATURE_OSATTRIBUTE_MISMATCH"}})
+        EXPECT_EQ(errorName(int32_t(code)), name) << code;
 }
 
 // Every framed entry of the library, called with null arguments, runs in its
@@ -182,12 +179,19 @@ TEST(Reboot, OnlyWhenAskedAndNotSuppressed) {
         << log.dump();
 }
 
+
 // Only "SCARDSVR" spelt so is made automatic; a stopped service gets no stop
 // request; a missing one is no failure to stop or delete, but is to start.
-TEST(Services, StartStopDeleteAndTheirFailures) {
+// Programs are ended where the name is part of theirs (case counts; an empty name matches none).
+TEST(System, ServicesAndPrograms) {
     zktest::TestServices services;
     services.create("SCardSvr");
     services.create("zkFailingService", zktest::scardSvrBinary() + " --fail");
+    std::string line = "\"" + zktest::env("ZK_FIXTURES") + "\\doubles\\zksleeper.exe\"";
+    PROCESS_INFORMATION sleepers[2] = {};
+    STARTUPINFOA si = {};
+    si.cb = sizeof si;
+    for (auto& pi : sleepers) ASSERT_TRUE(CreateProcessA(nullptr, line.data(), nullptr, nullptr, 0, 0, nullptr, nullptr, &si, &pi));
     SC_HANDLE scm = services.scm();
     bool reboot = false;
     LogCapture log;
@@ -196,13 +200,18 @@ TEST(Services, StartStopDeleteAndTheirFailures) {
     EXPECT_EQ(services.startType(), DWORD(SERVICE_DEMAND_START));
     startService(scm, "SCARDSVR");
     EXPECT_EQ(services.startType(), DWORD(SERVICE_AUTO_START));
-    stopService(scm, "SCardSvr", reboot), stopService(scm, "SCardSvr", reboot);
-    EXPECT_EQ(services.state(), DWORD(SERVICE_STOPPED));
-    deleteService(scm, "SCardSvr", reboot);
-    EXPECT_FALSE(services.open("SCardSvr", SERVICE_QUERY_STATUS));
+    stopService(scm, "SCardSvr", reboot), stopService(scm, "SCardSvr", reboot), deleteService(scm, "SCardSvr", reboot);
+    EXPECT_FALSE(services.open("SCardSvr", SERVICE_QUERY_STATUS));  // stopped and deleted
     EXPECT_EQ(Codes({startService(scm, "zkFailingService"), startService(scm, "zkNoSuchService"),
                      stopService(scm, "zkNoSuchService", reboot), deleteService(scm, "zkNoSuchService", reboot)}),
               Codes({ERROR_SERVICE_SPECIFIC_ERROR, ERROR_SERVICE_DOES_NOT_EXIST, 0, 0}));
+    LogCapture programs;
+    for (const char* name : {"ZKSLEEP", "zkNoSuchProgram", "", "sleeper"}) stopProccess(name, reboot);
+    for (auto& pi : sleepers) {
+        DWORD code = 1;
+        EXPECT_TRUE(GetExitCodeProcess(pi.hProcess, &code) && code == 0) << code;  // ended by the call, with 0
+    }
+    EXPECT_EQ(programs.lines().size(), 18u) << programs.dump();  // entry and exit of each call, three lines per program
     const std::string start = "Err in ::startService, ", stop = "Trace in ::stopService, ", type = "::setServiceStartType, ";
     EXPECT_TRUE(log.hasInOrder(
         {"Trace in ::startService, service <scardsvr> started.",
@@ -215,28 +224,8 @@ TEST(Services, StartStopDeleteAndTheirFailures) {
          start + "  Exit Code: 0x42a", start + "  Service Specific Exit Code: 0x2a",
          start + "service <zkNoSuchService> cannot be opened: (0x424)",
          stop + "OpenService() fails because ERROR_SERVICE_DOES_NOT_EXIST",
-         "Trace in ::deleteService, OpenService() fails because ERROR_SERVICE_DOES_NOT_EXIST"}))
-        << log.dump();
-}
-
-// Names match case-sensitively, as part of the program's name; an empty name matches nothing.
-TEST(Processes, EveryMatchingProgramIsEnded) {
-    std::string line = "\"" + zktest::env("ZK_FIXTURES") + "\\doubles\\zksleeper.exe\"";
-    PROCESS_INFORMATION sleepers[2] = {};
-    STARTUPINFOA si = {};
-    si.cb = sizeof si;
-    for (auto& pi : sleepers) ASSERT_TRUE(CreateProcessA(nullptr, line.data(), nullptr, nullptr, 0, 0, nullptr, nullptr, &si, &pi));
-    bool reboot = false;
-    LogCapture log;
-    for (const char* name : {"ZKSLEEP", "zkNoSuchProgram", "", "sleeper"}) stopProccess(name, reboot);
-    for (auto& pi : sleepers) {
-        DWORD code = 1;
-        EXPECT_TRUE(GetExitCodeProcess(pi.hProcess, &code) && code == 0) << code;  // ended by the call, with 0
-        TerminateProcess(pi.hProcess, 1);
-    }
-    EXPECT_EQ(log.lines().size(), 18u) << log.dump();  // entry and exit of each call, three lines per program ended
-    EXPECT_TRUE(log.hasInOrder({"Trace in ::stopProccess, found running zksleeper.exe",
-                                "Trace in ::stopProccess, try TerminateProcess zksleeper.exe",
-                                "Trace in ::stopProccess, killed zksleeper.exe", "::stopProccess: exit , reboot(0)"}))
+         "Trace in ::deleteService, OpenService() fails because ERROR_SERVICE_DOES_NOT_EXIST",
+         "Trace in ::stopProccess, found running zksleeper.exe", "Trace in ::stopProccess, try TerminateProcess zksleeper.exe",
+         "Trace in ::stopProccess, killed zksleeper.exe", "::stopProccess: exit , reboot(0)"}))
         << log.dump();
 }
