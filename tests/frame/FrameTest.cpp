@@ -18,7 +18,6 @@
 
 using namespace zk;
 using zktest::LogCapture;
-using Codes = std::vector<uint32_t>;
 
 const std::string kRule = "-----------------------------", kKey = zktest::kFlagKey, kFlags = "HKLM\\" + kKey;
 const std::string kCopy = systemDirectory() + "\\zKCoreInst.dll", kCert = "Software\\Brevant\\Zenkey\\CertStore";
@@ -59,9 +58,10 @@ TEST(Versions, FlagsPlatformAndInstaller) {
                       none = raise + "Cannot get Device manager for this platform., 0x1",
                       no = raise + "Cannot install MRV4 for this platform., 0x1", is = "Platform detected: ";
     EXPECT_TRUE(log.hasInOrder(
-        {"Trace in markReboot(), setValue " + kFlags + "\\Reboot=1", "Trace in markRollback(), setValue " + kFlags +
-         "\\Rollback=0", "Trace in markUninstallMsg(), setValue " + kFlags + "\\UninstallMsg=1",
-         "Trace in markCoreFlag(), setValue " + kFlags + "\\UpgradeExecuting=7", flag + "(New API) value=Reboot",
+        {"markReboot(): entry <time>  ", "Trace in markReboot(), setValue " + kFlags + "\\Reboot=1", "markReboot(): exit ",
+         "Trace in markRollback(), setValue " + kFlags + "\\Rollback=0", "Trace in markUninstallMsg(), setValue " + kFlags +
+         "\\UninstallMsg=1", "Trace in markCoreFlag(), setValue " + kFlags + "\\UpgradeExecuting=7",
+         "checkCoreFlags(): entry <time>  ", flag + "(New API) value=Reboot",
          flag + "getValue " + kFlags + "\\Reboot", flag + "key =" + kKey + " value=1 rv=0", "checkCoreFlags(): exit  rv=0x0",
          "Warn in checkCoreFlags(), RegQueryValueEx failed (possibly value doesn't exist) , valName=Reboot rv=0x2",
          "checkCoreFlags(): exit  rv=0x2", "Trace in deleteCoreSetting(), key=" + kCert + " value=Propagate",
@@ -81,7 +81,7 @@ TEST(Versions, FlagsPlatformAndInstaller) {
 TEST(Frame, ResultLogAndErrors) {
     ASSERT_TRUE(CopyFileA(zktest::env("ZK_DLL").c_str(), kCopy.c_str(), FALSE));
     LogCapture log;
-    EXPECT_EQ(Codes({runAction({"Act", true}, [] { return SetLastError(2), printError("CopyFileA"), 0u; }),
+    EXPECT_EQ(std::vector<uint32_t>({runAction({"Act", true}, [] { return SetLastError(2), printError("CopyFileA"), 0u; }),
                      runAction({"Soft", false}, [] { return coreThrow("given", 0x6ba), 0u; }),
                      runAction({"Hard", true}, [] { return SetLastError(5), coreThrow("last", 0), 0u; }),
                      runAction({"Cancel", false}, [] { return 1602u; }), runAction({"Bare", true}, []() -> UINT { throw 1605u; }),
@@ -94,7 +94,7 @@ TEST(Frame, ResultLogAndErrors) {
                      runAction({"Ok", true}, [] {  // the checks raise only on failure
                          return SetLastError(9), checkBool(1, ""), checkHandle(0, ""), checkPointer("", ""), checkError(0, ""), 7u;
                      })}),
-              Codes({0, 0, 5, 1602, 1605, 1603, 0x80090020, 87, 5, 6, 14, 7}));
+              std::vector<uint32_t>({0, 0, 5, 1602, 1605, 1603, 0x80090020, 87, 5, 6, 14, 7}));
     DeleteFileA(kCopy.c_str());
     EXPECT_EQ(log.count("canfail: 0") + log.count("canfail: 1"), 11);  // all but the successes
     EXPECT_TRUE(log.hasInOrder(
@@ -176,8 +176,7 @@ TEST(Reboot, OnlyWhenAskedAndNotSuppressed) {
 // Programs are ended where the name is part of theirs (case counts; an empty name matches none).
 TEST(System, ServicesAndPrograms) {
     zktest::TestServices services;
-    services.create("SCardSvr");
-    services.create("zkFailingService", zktest::scardSvrBinary() + " --fail");
+    services.create("SCardSvr"), services.create("zkFailingService", zktest::scardSvrBinary() + " --fail");
     std::string line = "\"" + zktest::env("ZK_FIXTURES") + "\\doubles\\zksleeper.exe\"";
     PROCESS_INFORMATION sleepers[2] = {};
     STARTUPINFOA si = {};
@@ -208,9 +207,10 @@ TEST(System, ServicesAndPrograms) {
          "Trace in " + type + "service set to be as Automatically runned",
          "Trace in ::startService, service <SCARDSVR> was running, status=0x4",
          stop + "ControlService(SERVICE_CONTROL_STOP) stopped", stop + "service is not running.",
-         "Trace in ::deleteService, Service deleted: SCardSvr", start + "service <zkFailingService> not started ...",
-         start + "  Exit Code: 0x42a", start + "  Service Specific Exit Code: 0x2a",
-         start + "service <zkNoSuchService> cannot be opened: (0x424)",
+         "Trace in ::deleteService, Service deleted: SCardSvr", start + "QueryServiceStatus failed or dwWin32ExitCode (0x42a)",
+         start + "service <zkFailingService> not started ...", start + "  Current State: 0x1", start + "  Exit Code: 0x42a",
+         start + "  Service Specific Exit Code: 0x2a", start + "service <zkNoSuchService> cannot be opened: (0x424)",
+         "::startService: exit  (ret=0x424)",
          stop + "OpenService() fails because ERROR_SERVICE_DOES_NOT_EXIST",
          "Trace in ::deleteService, OpenService() fails because ERROR_SERVICE_DOES_NOT_EXIST",
          "Trace in ::stopProccess, found running zksleeper.exe", "Trace in ::stopProccess, try TerminateProcess zksleeper.exe",
