@@ -22,7 +22,6 @@ using zktest::LogCapture;
 const std::string kRule = "-----------------------------", kKey = zktest::kFlagKey, kFlags = "HKLM\\" + kKey;
 const std::string kCopy = systemDirectory() + "\\zKCoreInst.dll", kCert = "Software\\Brevant\\Zenkey\\CertStore";
 
-
 // Run under every Windows version (CMakeLists.txt). Flags are DWORDs, read
 // once and consumed; where the flag key cannot be opened, NT4 and Windows 2000
 // ask for a forced reboot and the writers raise. Windows 2000 and later get an installer.
