@@ -1,169 +1,218 @@
-// The common frame of the exported actions, and the export table itself.
+// The frame under every action and the system services it drives: raised
+// errors, the flag key, the platform and installer factory, the action frame
+// and its log, the exported entries, services and running programs.
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <new>
-#include <set>
+#include <fstream>
 
+#include "doubles/scardsvr/TestServices.h"
 #include "frame/ActionFrame.h"
+#include "frame/CoreInstaller.h"
+#include "frame/Flags.h"
 #include "frame/Logger.h"
-#include "frame/Win32.h"
+#include "frame/Platform.h"
 #include "support/TestLog.h"
-#include "support/TestProcess.h"
 #include "support/TestRegistry.h"
+#include "system/Processes.h"
+#include "system/Services.h"
 
 using namespace zk;
 using zktest::LogCapture;
 
-namespace {
+const std::string kRule = "-----------------------------", kKey = zktest::kFlagKey, kFlags = "HKLM\\" + kKey;
+const std::string kCopy = systemDirectory() + "\\zKCoreInst.dll", kCert = "Software\\Brevant\\Zenkey\\CertStore";
 
-const std::string kRule = "-----------------------------";
-
-std::vector<std::string> banner(const std::string& name) {
-    return {" ",
-            " ",
-            kRule,
-            name + " << IN <time>",
-            "getFileVersion():: failure in GetFileVersionInfoSize",
-            systemDirectory() + "\\zKCoreInst.dll version:unknown (file located in the Binary table of msi)",
-            " "};
-}
-
-std::vector<std::string> closing(const std::string& name, const std::string& rvHex) {
-    return {name + " >> OUT, rv = 0x" + rvHex, "<time>", kRule};
-}
-
-std::vector<std::string> join(std::vector<std::string> a, const std::vector<std::string>& b) {
-    a.insert(a.end(), b.begin(), b.end());
-    return a;
-}
-
-class Frame : public ::testing::Test {
-protected:
-    void SetUp() override { DeleteFileA((systemDirectory() + "\\zKCoreInst.dll").c_str()); }
-};
-
-TEST_F(Frame, SuccessWritesBannerAndClosingOnly) {
+// Run under every Windows version (CMakeLists.txt). Flags are DWORDs, read
+// once and consumed; where the flag key cannot be opened, NT4 and Windows 2000
+// ask for a forced reboot and the writers raise. Windows 2000 and later get an installer.
+TEST(Versions, FlagsPlatformAndInstaller) {
+    const int platform = getPlatform(), old = platform == PL_WINNT4 || platform == PL_WIN2K;
+    EXPECT_EQ(platform, (std::map<std::string, int>{{"", 6}, {"nt40", 3}, {"win2k", 4}, {"winxp", 5}, {"win2003", 5},
+                                                    {"vista", 6}, {"win10", 6}}.at(zktest::expectedWinver())));
+    EXPECT_EQ(platformFromVersion(VER_PLATFORM_WIN32_WINDOWS, 4, 0), PL_WIN95);
+    EXPECT_EQ(platformFromVersion(VER_PLATFORM_WIN32_WINDOWS, 4, 90), PL_WIN98);
+    zktest::writeDword(HKEY_LOCAL_MACHINE, kCert, "Propagate", 1);
     LogCapture log;
-    UINT rv = runAction({"Act", true}, [] {
-        logPlain("body");
-        return 0u;
-    });
-    EXPECT_EQ(rv, 0u);
-    auto expected = join(banner("Act"), {"body"});
-    EXPECT_EQ(log.lines(), join(expected, closing("Act", "0"))) << log.dump();
-}
-
-TEST_F(Frame, CanfailDecidesWhetherAFailureReachesTheInstaller) {
-    auto body = []() -> UINT { throw BVS::Exception("denied", 5); };
-    {
-        LogCapture log;
-        EXPECT_EQ(runAction({"Soft", false}, body), 0u);
-        auto tail = join({"Soft EXCEPTION: 0x5", "canfail: 0"}, closing("Soft", "5"));
-        EXPECT_EQ(log.lines(), join(banner("Soft"), tail)) << log.dump();
-    }
-    {
-        LogCapture log;
-        EXPECT_EQ(runAction({"Hard", true}, body), 5u);
-        auto tail = join({"Hard EXCEPTION: 0x5", "canfail: 1"}, closing("Hard", "5"));
-        EXPECT_EQ(log.lines(), join(banner("Hard"), tail)) << log.dump();
-    }
-    // A returned failure code follows the same rule.
-    EXPECT_EQ(runAction({"Soft", false}, [] { return 1603u; }), 0u);
-    EXPECT_EQ(runAction({"Hard", true}, [] { return 1603u; }), 1603u);
-}
-
-TEST_F(Frame, UserExitAlwaysReachesTheInstaller) {
-    for (bool canfail : {false, true}) {
-        LogCapture log;
-        EXPECT_EQ(runAction({"Cancel", canfail}, [] { return 1602u; }), 1602u);
-        auto tail = join({std::string("canfail: ") + (canfail ? "1" : "0")}, closing("Cancel", "642"));
-        tail.push_back("Cancel EXCEPTION - return UserExit");
-        EXPECT_EQ(log.lines(), join(banner("Cancel"), tail)) << log.dump();
-    }
-    // Also when it arrives as an exception code.
-    EXPECT_EQ(runAction({"Cancel", false}, []() -> UINT { throw BVS::Exception("user", 1602); }), 1602u);
-}
-
-TEST_F(Frame, UnknownExceptionsBecomeInstallFailure) {
-    LogCapture log;
-    EXPECT_EQ(runAction({"Odd", true}, []() -> UINT { throw std::bad_alloc(); }), 1603u);
-    auto tail = join({"Odd EXCEPTION (...)", "canfail: 1"}, closing("Odd", "643"));
-    EXPECT_EQ(log.lines(), join(banner("Odd"), tail)) << log.dump();
-    EXPECT_EQ(runAction({"Odd", false}, []() -> UINT { throw 3.5; }), 0u);
-}
-
-TEST_F(Frame, BareResultCodesAndTheErrorLevelVariant) {
-    EXPECT_EQ(runAction({"Bare", true}, []() -> UINT { throw static_cast<UINT>(1605); }), 1605u);
-    EXPECT_EQ(runAction({"Bare", true}, []() -> UINT { throw ERROR_INSTALL_USEREXIT; }), 1602u);
-    LogCapture log;
-    EXPECT_EQ(runAction({"CoreLike", true, true}, []() -> UINT { throw BVS::Exception("x", 0x57); }), 0x57u);
-    EXPECT_TRUE(log.hasInOrder({"Err in CoreLike, e.code(): result=87", "CoreLike EXCEPTION: 0x57", "canfail: 1"}))
+    markReboot(true), markRollback(false), markUninstallMsg(true), markCoreFlag("UpgradeExecuting", 7);
+    for (auto [name, want] : std::map<std::string, DWORD>{{"Reboot", 1}, {"Rollback", 0}, {"UninstallMsg", 1}, {"UpgradeExecuting", 7}})
+        EXPECT_EQ(zktest::readDword(HKEY_LOCAL_MACHINE, kKey, name), want) << name;
+    DWORD value = 99, again = 99;
+    checkCoreFlags("Reboot", value), checkCoreFlags("Reboot", again), deleteCoreSetting(kCert, "Propagate");
+    EXPECT_TRUE(value == 1 && again == 0) << value << " then " << again;  // read once, then consumed
+    EXPECT_FALSE(zktest::readDword(HKEY_LOCAL_MACHINE, kCert, "Propagate"));
+    // A volatile key takes no ordinary sub-key: the flag key cannot be made.
+    zktest::deleteTree(HKEY_LOCAL_MACHINE, "Software\\Brevant");
+    zktest::createVolatileKey(HKEY_LOCAL_MACHINE, "Software\\Brevant\\Zenkey\\MIDDLEWARE");
+    EXPECT_EQ(checkCoreFlags("Reboot", value), ERROR_CHILD_MUST_BE_VOLATILE);
+    EXPECT_EQ(value, old ? 2u : 0u);
+    EXPECT_EQ(log.count("Trace in checkCoreFlags(), use FORCE_REBOOT to solve error"), old) << log.dump();
+    EXPECT_THROW(markReboot(true), BVS::Exception);
+    EXPECT_THROW(markCoreFlag("X", 1), BVS::Exception);
+    zktest::deleteTree(HKEY_LOCAL_MACHINE, "Software\\Brevant");
+    for (int p : {-1, 0, 1, 2, 3, 4, 5, 6, 9}) try {  // -1: the running system
+        p < 0 ? getCoreInstallerForPlatform() : getCoreInstallerForPlatform(p);
+    } catch (const BVS::Exception&) {}
+    const std::string at = "getCoreInstallerForPlatform: platform=", ok = "Win2KCoreInstaller::installerInit(): exit  bInitOK:1",
+                      raise = "Error - EXCEPTION - coreThrow: ", flag = "Trace in checkCoreFlags(), ",
+                      none = raise + "Cannot get Device manager for this platform., 0x1",
+                      no = raise + "Cannot install MRV4 for this platform., 0x1", is = "Platform detected: ";
+    EXPECT_TRUE(log.hasInOrder(
+        {"markReboot(): entry <time>  ", "Trace in markReboot(), setValue " + kFlags + "\\Reboot=1", "markReboot(): exit ",
+         "Trace in markRollback(), setValue " + kFlags + "\\Rollback=0", "Trace in markUninstallMsg(), setValue " + kFlags +
+         "\\UninstallMsg=1", "Trace in markCoreFlag(), setValue " + kFlags + "\\UpgradeExecuting=7",
+         "checkCoreFlags(): entry <time>  ", flag + "(New API) value=Reboot",
+         flag + "getValue " + kFlags + "\\Reboot", flag + "key =" + kKey + " value=1 rv=0", "checkCoreFlags(): exit  rv=0x0",
+         "Warn in checkCoreFlags(), RegQueryValueEx failed (possibly value doesn't exist) , valName=Reboot rv=0x2",
+         "checkCoreFlags(): exit  rv=0x2", "Trace in deleteCoreSetting(), key=" + kCert + " value=Propagate",
+         "Warn in checkCoreFlags(), RegCreateKey (VISTA: open key without DELETE permit!), key=" + kKey,
+         "Err in checkCoreFlags(), Open " + kFlags + " failed, rv=0x3fd", "checkCoreFlags(): exit  rv=0x3fd",
+         "Err in markReboot(), createSubKeyPath " + kFlags + " failed, rv=0x3fd", raise + "markReboot, failed., 0x3fd",
+         raise + "markCoreFlag, failed., 0x3fd", at + std::to_string(platform), platform == PL_WINNT4 ? no : ok, at + "0",
+         none, at + "1", is + "Win95", no, at + "2", is + "Win98", no, at + "3", is + "WinNT4", no, at + "4", is + "Win2K",
+         ok, at + "5", is + "PL_WINNTXP", ok, at + "6", is + "PL_WINVISTA", ok, at + "9", none}))
         << log.dump();
 }
 
-// The export table: exactly the 24 names, nothing else.
-TEST(Exports, TheDllExportsExactlyTheActions) {
-    zktest::ExportLibrary dll;
-    ASSERT_NE(dll.module(), nullptr) << zktest::env("ZK_DLL");
-    auto base = reinterpret_cast<const BYTE*>(dll.module());
-    auto dos = reinterpret_cast<const IMAGE_DOS_HEADER*>(base);
-    auto nt = reinterpret_cast<const IMAGE_NT_HEADERS*>(base + dos->e_lfanew);
-    const auto& dir = nt->OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_EXPORT];
-    auto exports = reinterpret_cast<const IMAGE_EXPORT_DIRECTORY*>(base + dir.VirtualAddress);
-    auto names = reinterpret_cast<const DWORD*>(base + exports->AddressOfNames);
-    std::set<std::string> found;
-    for (DWORD i = 0; i < exports->NumberOfNames; ++i) found.insert(reinterpret_cast<const char*>(base + names[i]));
-    const std::set<std::string> expected = {
-        "CoreInstall", "CoreUninstall", "CoreRepair", "CoreRollback", "CoreForcedClearanceUninstall",
-        "CoreRegCleanup", "CoreCheckReboot", "CoreCheckRollback", "CoreCheckUninstall", "CoreCheckRMbehave",
-        "CoreInstallReaders", "CoreInstallReadersEx", "CoreRemoveReaders", "CoreRemoveReadersEx",
-        "CoreCheckSessions", "CoreCheckUncompatibleApp", "CoreCheckWindowsFileProtection", "CoreMSITest",
-        "CoreStoreProps", "PKIInstall", "PKIRegInstall", "PKIRemove", "CoreSetWinLog", "PKISetWinLog"};
-    EXPECT_EQ(found, expected);
-    EXPECT_EQ(exports->NumberOfFunctions, 24u);
-}
-
-// Every framed export, called with null arguments, runs in its frame and
-// returns; out-pointers that are null are left alone. CoreMSITest is left out:
-// without an installer handle it shows a window message box by design (its
-// own tests answer that box).
-TEST(Exports, EveryActionRunsInItsFrameWithNullArguments) {
-    zktest::ExportLibrary dll;
-    ASSERT_NE(dll.module(), nullptr);
-    using Any = UINT(WINAPI*)(uintptr_t, uintptr_t, uintptr_t, uintptr_t, uintptr_t, uintptr_t, uintptr_t,
-                              uintptr_t);
-    const char* actions[] = {
-        "CoreInstall", "CoreUninstall", "CoreRepair", "CoreRollback", "CoreForcedClearanceUninstall",
-        "CoreRegCleanup", "CoreCheckReboot", "CoreCheckRollback", "CoreCheckUninstall", "CoreCheckRMbehave",
-        "CoreInstallReaders", "CoreInstallReadersEx", "CoreRemoveReaders", "CoreRemoveReadersEx",
-        "CoreCheckSessions", "CoreCheckUncompatibleApp", "CoreCheckWindowsFileProtection",
-        "CoreStoreProps", "PKIInstall", "PKIRegInstall", "PKIRemove"};
-    for (const char* name : actions) {
-        auto fn = dll.get<Any>(name);
-        ASSERT_NE(fn, nullptr) << name;
-        LogCapture log;
-        fn(0, 0, 0, 0, 0, 0, 0, 0);
-        EXPECT_TRUE(log.hasInOrder({kRule, std::string(name) + " << IN <time>"})) << name << "\n" << log.dump();
-        const auto lines = log.lines();
-        ASSERT_GE(lines.size(), 3u) << name;
-        EXPECT_EQ(lines[lines.size() - 1], kRule) << name;
-    }
-}
-
-// CoreCheckRollback fails the installation only when a rollback is flagged.
-TEST(Exports, CheckRollbackTurnsTheFlagIntoInstallFailure) {
-    zktest::deleteTree(HKEY_LOCAL_MACHINE, zktest::kFlagKey);
-    zktest::ExportLibrary dll;
-    auto check = dll.get<UINT(WINAPI*)(unsigned long)>("CoreCheckRollback");
-    EXPECT_EQ(check(0), 0u);
-    zktest::writeDword(HKEY_LOCAL_MACHINE, zktest::kFlagKey, "Rollback", 1);
+// The result the installer sees and the frame's log, by what the body does:
+// returns, raises (the code given, else the last error, else the general
+// failure), or throws anything else. The version line names the version of the
+// library's copy in the system folder.
+TEST(Frame, ResultLogAndErrors) {
+    ASSERT_TRUE(CopyFileA(zktest::env("ZK_DLL").c_str(), kCopy.c_str(), FALSE));
     LogCapture log;
-    EXPECT_EQ(check(0), 1603u);
-    EXPECT_TRUE(log.hasInOrder({"Rollback must occur: flags=1", "canfail: 1", "CoreCheckRollback >> OUT, rv = 0x643"}))
+    EXPECT_EQ(std::vector<uint32_t>({runAction({"Act", true}, [] { return SetLastError(2), printError("CopyFileA"), 0u; }),
+                     runAction({"Soft", false}, [] { return coreThrow("given", 0x6ba), 0u; }),
+                     runAction({"Hard", true}, [] { return SetLastError(5), coreThrow("last", 0), 0u; }),
+                     runAction({"Cancel", false}, [] { return 1602u; }), runAction({"Bare", true}, []() -> UINT { throw 1605u; }),
+                     runAction({"Odd", true}, []() -> UINT { throw std::bad_alloc(); }),
+                     runAction({"Core", true, true}, [] { return SetLastError(0), coreThrow("none", 0), 0u; }),
+                     runAction({"B", true}, [] { return SetLastError(87), checkBool(FALSE, ""), 0u; }),
+                     runAction({"E", true}, [] { return checkError(5, ""), 0u; }),
+                     runAction({"H", true}, [] { return SetLastError(6), checkHandle(INVALID_HANDLE_VALUE, ""), 0u; }),
+                     runAction({"P", true}, [] { return SetLastError(14), checkPointer(nullptr, ""), 0u; }),
+                     runAction({"Ok", true}, [] {  // the checks raise only on failure
+                         return SetLastError(9), checkBool(1, ""), checkHandle(0, ""), checkPointer("", ""), checkError(0, ""), 7u;
+                     })}),
+              std::vector<uint32_t>({0, 0, 5, 1602, 1605, 1603, 0x80090020, 87, 5, 6, 14, 7}));
+    DeleteFileA(kCopy.c_str());
+    EXPECT_EQ(log.count("canfail: 0") + log.count("canfail: 1"), 11);  // all but the successes
+    EXPECT_TRUE(log.hasInOrder(
+        {" ", " ", kRule, "Act << IN <time>", kCopy + " version:" + std::to_string(ZK_VERSION_MAJOR) + "." +
+         std::to_string(ZK_VERSION_MINOR) + " (build " + std::to_string(ZK_VERSION_BUILD) + ")", " ", " ",
+         "printError: entry <time>  CopyFileA", "printError: exit ", "Act >> OUT, rv = 0x0", "<time>", kRule,
+         "Error - EXCEPTION - coreThrow: given, 0x6ba", "Soft EXCEPTION: 0x6ba", "canfail: 0", "Soft >> OUT, rv = 0x6ba",
+         "Error - EXCEPTION - coreThrow: last, 0x5", "Hard EXCEPTION: 0x5", "canfail: 1", "Cancel << IN <time>",
+         "canfail: 0", "Cancel >> OUT, rv = 0x642", "<time>", kRule, "Cancel EXCEPTION - return UserExit",
+         "Bare EXCEPTION: 0x645", "Odd EXCEPTION (...)", "canfail: 1", "Odd >> OUT, rv = 0x643",
+         "Error - EXCEPTION - coreThrow: none, 0x80090020", "Err in Core, e.code(): result=2148073504"}))
         << log.dump();
-    EXPECT_FALSE(zktest::readDword(HKEY_LOCAL_MACHINE, zktest::kFlagKey, "Rollback").has_value());
-    EXPECT_EQ(check(0), 0u);  // consumed
+    EXPECT_NE(log.raw().find("Trace in printError, method CopyFileA: Failed with error=0x2, description: "), -1ull);
+    for (const auto& [code, name] : std::map<uint32_t, std::string>{
+             {0, "ERROR_SUCCESS"}, {259, "ERROR_NO_MORE_ITEMS"}, {1920, "ERROR_CANT_ACCESS_FILE"}, {3, "??Unknown error"},
+             {0x80092003, "CRYPT_E_FILE_ERROR"}, {0xE000020B, "ERROR_NO_SUCH_DEVINST"}, {1604, "??Unknown error"},
+             {0xE0000244, "ERROR_SIGNATURE_OSATTRIBUTE_MISMATCH"}})
+        EXPECT_EQ(errorName(int32_t(code)), name) << code;
 }
 
-}  // namespace
+// Every framed entry of the library, called with null arguments, runs in its
+// frame (CoreMSITest would show a message box). A flagged rollback fails the
+// installation once; the log is echoed to the window the library is given.
+TEST(Exports, EveryActionRunsInItsFrame) {
+    zktest::ExportLibrary dll;
+    using Any = UINT(WINAPI*)(uintptr_t, uintptr_t, uintptr_t, uintptr_t, uintptr_t, uintptr_t, uintptr_t, uintptr_t);
+    HWND window = CreateWindowA("STATIC", "", 0, 0, 0, 10, 10, nullptr, nullptr, nullptr, nullptr);
+    dll.get<void(WINAPI*)(uintptr_t)>("CoreSetWinLog")(reinterpret_cast<uintptr_t>(window));
+    zktest::writeDword(HKEY_LOCAL_MACHINE, kKey, "Rollback", 1);
+    LogCapture log;
+    std::vector<std::string> want;
+    for (const std::string name :
+         {"CoreCheckRollback", "CoreInstall", "CoreUninstall", "CoreRepair", "CoreRollback", "CoreRegCleanup",
+          "CoreForcedClearanceUninstall", "CoreCheckReboot", "CoreCheckUninstall", "CoreCheckRMbehave", "CoreStoreProps",
+          "CoreInstallReaders", "CoreInstallReadersEx", "CoreRemoveReaders", "CoreRemoveReadersEx", "CoreCheckSessions",
+          "CoreCheckUncompatibleApp", "CoreCheckWindowsFileProtection", "PKIInstall", "PKIRegInstall", "PKIRemove"}) {
+        dll.get<Any>(name.c_str())(0, 0, 0, 0, 0, 0, 0, 0);
+        want.insert(want.end(), {kRule, name + " << IN <time>", "getFileVersion():: failure in GetFileVersionInfoSize",
+                                 kCopy + " version:unknown (file located in the Binary table of msi)"});
+        if (name == "CoreCheckRollback") want.insert(want.end(), {"Rollback must occur: flags=1", name + " >> OUT, rv = 0x643"});
+    }
+    EXPECT_TRUE(log.hasInOrder(want)) << log.dump();
+    EXPECT_EQ(log.count(kRule), 48) << log.dump();  // each opened and closed; three run another inside
+    EXPECT_FALSE(zktest::readDword(HKEY_LOCAL_MACHINE, kKey, "Rollback"));  // consumed
+    char text[64] = {};
+    GetWindowTextA(window, text, sizeof text);
+    EXPECT_EQ(std::string(text), "(ThID:" + std::to_string(GetCurrentThreadId()) + "): " + kRule + "\r\n");
+}
+
+// A log that is a (symbolic or hard) link to another file is left alone (the
+// links are planted by CMakeLists.txt and here).
+TEST(Logging, LinkedLogsAreRefused) {
+    const std::string links = zktest::env("ZK_LOG_LINK_DIR") + "\\", target = links + "target.txt", tmp = zktest::env("TMP");
+    std::ofstream(target, std::ios::binary) << "kept";
+    CreateHardLinkA((links + "hard\\" + kLogFileName).c_str(), target.c_str(), nullptr);  // or made by an earlier run
+    LogCapture log;
+    for (const std::string& temp : {links, links + "hard\\"})
+        SetEnvironmentVariableA("TMP", temp.c_str()), zktest::runRunner("CoreCheckRollback 0");
+    SetEnvironmentVariableA("TMP", tmp.c_str());
+    EXPECT_EQ(zktest::readFileFrom(target, 0), "kept");
+    EXPECT_EQ(log.raw(), "");
+}
+
+// In a prefix of its own (CMakeLists.txt): Wine accepts the restart request
+// and restarts nothing but that prefix's desktop.
+TEST(Reboot, OnlyWhenAskedAndNotSuppressed) {
+    LogCapture log;
+    for (auto [ask, suppress] : {std::pair{true, true}, {false, false}, {false, true}, {true, false}})
+        EXPECT_EQ(ImplementReboot(ask, suppress), ask && !suppress);
+    EXPECT_EQ(log.lines().size(), 13u) << log.dump();
+    EXPECT_TRUE(log.hasInOrder({"ImplementReboot: entry <time>  ", "ImplementReboot: exit  bDoneReboot=0",
+                                "Warn in ImplementReboot, try reboot", "ImplementReboot: exit  bDoneReboot=1"}))
+        << log.dump();
+}
+
+
+// Only "SCARDSVR" spelt so is made automatic; a stopped service gets no stop
+// request; a missing one is no failure to stop or delete, but is to start.
+// Programs are ended where the name is part of theirs (case counts; an empty name matches none).
+TEST(System, ServicesAndPrograms) {
+    zktest::TestServices services;
+    services.create("SCardSvr"), services.create("zkFailingService", zktest::scardSvrBinary() + " --fail");
+    std::string line = "\"" + zktest::env("ZK_FIXTURES") + "\\doubles\\zksleeper.exe\"";
+    PROCESS_INFORMATION sleepers[2] = {};
+    STARTUPINFOA si = {};
+    si.cb = sizeof si;
+    for (auto& pi : sleepers) ASSERT_TRUE(CreateProcessA(nullptr, line.data(), nullptr, nullptr, 0, 0, nullptr, nullptr, &si, &pi));
+    SC_HANDLE scm = services.scm();
+    bool reboot = false;
+    LogCapture log;
+    startService(scm, "scardsvr"), setServiceStartType(scm, "SCardSvr", nullptr);
+    setServiceStartType(scm, "SCardSvr", services.open("SCardSvr", SERVICE_QUERY_STATUS).get());
+    EXPECT_EQ(services.startType(), DWORD(SERVICE_DEMAND_START));
+    startService(scm, "SCARDSVR");
+    EXPECT_EQ(services.startType(), DWORD(SERVICE_AUTO_START));
+    stopService(scm, "SCardSvr", reboot), stopService(scm, "SCardSvr", reboot), deleteService(scm, "SCardSvr", reboot);
+    startService(scm, "zkFailingService"), startService(scm, "zkNoSuchService");
+    stopService(scm, "zkNoSuchService", reboot), deleteService(scm, "zkNoSuchService", reboot);
+    LogCapture programs;
+    for (const char* name : {"ZKSLEEP", "zkNoSuchProgram", "", "sleeper"}) stopProccess(name, reboot);
+    DWORD code[2] = {1, 1};
+    for (int i : {0, 1}) GetExitCodeProcess(sleepers[i].hProcess, &code[i]);
+    EXPECT_TRUE(code[0] == 0 && code[1] == 0) << code[0] << " " << code[1];  // ended by the call, with 0
+    EXPECT_EQ(programs.lines().size(), 18u) << programs.dump();  // entry and exit of each call, three lines per program
+    const std::string start = "Err in ::startService, ", stop = "Trace in ::stopService, ", type = "::setServiceStartType, ";
+    EXPECT_TRUE(log.hasInOrder(
+        {"Trace in ::startService, service <scardsvr> started.",
+         "Err in " + type + "handle is NULL, hRM=" + std::to_string(uintptr_t(scm)) + " hSC=0",
+         "Err in " + type + "QueryServiceConfig failed ERROR_ACCESS_DENIED (0x5)",
+         "Trace in " + type + "service set to be as Automatically runned",
+         "Trace in ::startService, service <SCARDSVR> was running, status=0x4",
+         stop + "ControlService(SERVICE_CONTROL_STOP) stopped", stop + "service is not running.",
+         "Trace in ::deleteService, Service deleted: SCardSvr", start + "QueryServiceStatus failed or dwWin32ExitCode (0x42a)",
+         start + "service <zkFailingService> not started ...", start + "  Current State: 0x1", start + "  Exit Code: 0x42a",
+         start + "  Service Specific Exit Code: 0x2a", start + "service <zkNoSuchService> cannot be opened: (0x424)",
+         "::startService: exit  (ret=0x424)",
+         stop + "OpenService() fails because ERROR_SERVICE_DOES_NOT_EXIST",
+         "Trace in ::deleteService, OpenService() fails because ERROR_SERVICE_DOES_NOT_EXIST",
+         "Trace in ::stopProccess, found running zksleeper.exe", "Trace in ::stopProccess, try TerminateProcess zksleeper.exe",
+         "Trace in ::stopProccess, killed zksleeper.exe", "::stopProccess: exit , reboot(0)"}))
+        << log.dump();
+}
