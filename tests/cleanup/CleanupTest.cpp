@@ -7,7 +7,6 @@
 #include <fstream>
 #include <optional>
 
-#include "support/MessageBoxWatch.h"
 #include "cleanup/FileCleanup.h"
 #include "cleanup/RMTable.h"
 #include "drivers/DriverRegistry.h"
@@ -15,6 +14,7 @@
 #include "frame/Exports.h"
 #include "frame/Platform.h"
 #include "support/DriverStage.h"
+#include "support/MessageBoxWatch.h"
 #include "support/StandIn.h"
 #include "support/TestDevices.h"
 #include "support/TestLog.h"
@@ -31,11 +31,14 @@ namespace {
 
 const std::string kSnap = "RMTable::snapshot, ", kEnv = "Win2KCoreInstaller::checkEnvironment(), ";
 const std::string kBehave = "Win2KCoreInstaller::checkRMbehave(), ", kCheck = "Win2KCoreInstaller::check_RM_behave(), ";
-const std::string kRemove = "Win2KCoreInstaller::removePNPDevice()", kUsbOp = "Win2KCoreInstaller::DeleteBrevantEnumDevice()";
+const std::string kRemove = "Win2KCoreInstaller::removePNPDevice()",
+                  kUsbOp = "Win2KCoreInstaller::DeleteBrevantEnumDevice()";
 const std::string kTokenClass = "SYSTEM\\CurrentControlSet\\Control\\Class\\{3C1E9A40-5B7D-4E21-9F08-6D2A7C4B1E93}";
-const std::string kCalais = "Software\\Microsoft\\Cryptography\\Calais\\Readers", kServices = "SYSTEM\\CurrentControlSet\\Services\\";
+const std::string kCalais = "Software\\Microsoft\\Cryptography\\Calais\\Readers",
+                  kServices = "SYSTEM\\CurrentControlSet\\Services\\";
 const std::string kZenkey = "Software\\Brevant\\Zenkey", kMaker = "Brevant Secure Systems Ltd.";
-const std::string kHeld = DriverStage::driversFolder() + "\\zKSCFLT.sys", kVidPid = "Trace in Win2KCoreInstaller::cleanOldVidPids(), ";
+const std::string kHeld = DriverStage::driversFolder() + "\\zKSCFLT.sys",
+                  kVidPid = "Trace in Win2KCoreInstaller::cleanOldVidPids(), ";
 
 bool exists(const std::string& file) { return GetFileAttributesA(file.c_str()) != INVALID_FILE_ATTRIBUTES; }
 void writeFile(const std::string& path, const std::string& text) { std::ofstream(path, std::ios::binary) << text; }
@@ -60,13 +63,15 @@ TEST_F(Probes, ReaderTableCountsTokenProbeAndReaderWalkWithTheirFailures) {
         DWORD token = 1;
         UINT n = 1, others = 1;
         LogCapture log;
-        EXPECT_TRUE(RMTable().snapshot(none) == rv && isTokenPresent(token) == seen && installer.checkRMbehave() == seen);
+        EXPECT_TRUE(RMTable().snapshot(none) == rv && isTokenPresent(token) == seen &&
+                    installer.checkRMbehave() == seen);
         EXPECT_FALSE(snapshotScardDevice("BVS VR", n, others) || isVirtualReaderPresent() || token || n || others);
         EXPECT_TRUE(log.hasInOrder(lines)) << log.dump();
     };
-    listFails(nullptr, 0x8010002e, 0, {"Warn in " + kSnap + "SCARD_E_NO_READERS_AVAILABLE - may be setup on clean system",
-                                       "Warn in ::isTokenPresent, ignore error SCARD_E_NO_READERS_AVAILABLE (rv=0x8010002e)",
-                                       "Warn in " + kBehave + "SCARD_E_NO_READERS_AVAILABLE error ignored rv=0x8010002e"});
+    listFails(nullptr, 0x8010002e, 0,
+              {"Warn in " + kSnap + "SCARD_E_NO_READERS_AVAILABLE - may be setup on clean system",
+               "Warn in ::isTokenPresent, ignore error SCARD_E_NO_READERS_AVAILABLE (rv=0x8010002e)",
+               "Warn in " + kBehave + "SCARD_E_NO_READERS_AVAILABLE error ignored rv=0x8010002e"});
     const std::vector<BYTE> atr = {0x3b, 0x02, 0x14, 0x50};
     rm.readers({});
     DWORD token = 5;
@@ -81,17 +86,20 @@ TEST_F(Probes, ReaderTableCountsTokenProbeAndReaderWalkWithTheirFailures) {
     EXPECT_TRUE(r[0].name == "BVS VR 0" && r[0].hasCard == 0 && r[1].atr == atr && r[2].hasCard && r[2].atr.empty());
     EXPECT_EQ(r[1].cardNames, (std::vector<std::string>{"Card A", "Card B"}));
     EXPECT_TRUE(isTokenPresent(token) == SCARD_S_SUCCESS && token == 1);
-    EXPECT_TRUE(rm.calls("LastCurrentState") == SCARD_STATE_EMPTY && rm.calls("GetStatusChange") == 6) << "it stops at the first token";
+    EXPECT_TRUE(rm.calls("LastCurrentState") == SCARD_STATE_EMPTY && rm.calls("GetStatusChange") == 6)
+        << "it stops at the first token";
     std::vector<std::string> names;
     EXPECT_TRUE(RMTable().listReaders(names, "BVS ifdh") == 0 && names == std::vector<std::string>{"BVS ifdh 1"});
     UINT nIfdh = 0, nOthers = 0;
     countIfdhReaders(nIfdh, nOthers);
     EXPECT_TRUE(nIfdh == 1 && nOthers == 3 && isVirtualReaderPresent() && is_rm_on());
-    EXPECT_LOG(log, "Trace in ::isTokenPresent, SCardListReaders(), found 0 readers", "Trace in " + kSnap + "check reader <BVS VR 0>",
-               "Warn in " + kSnap + "reader <Token 1> hasCard", "Trace in " + kSnap + "\tcardName=Card B",
-               "Trace in ::isTokenPresent, found reader <BVS VR 0>, empty", "::checkPresent: exit , reader <Token 1> ,token present",
-               "::isTokenPresent: exit  rv=0x0 ,token present", "Trace in RMTable::listReaders, \tfound reader name=BVS ifdh 1",
-               "::snapshotScardDevice: exit , rmExists: 1, BVS: 1, others: 3", "Trace in ::is_rm_on, SmartCardManager ON");
+    EXPECT_LOG(
+        log, "Trace in ::isTokenPresent, SCardListReaders(), found 0 readers",
+        "Trace in " + kSnap + "check reader <BVS VR 0>", "Warn in " + kSnap + "reader <Token 1> hasCard",
+        "Trace in " + kSnap + "\tcardName=Card B", "Trace in ::isTokenPresent, found reader <BVS VR 0>, empty",
+        "::checkPresent: exit , reader <Token 1> ,token present", "::isTokenPresent: exit  rv=0x0 ,token present",
+        "Trace in RMTable::listReaders, \tfound reader name=BVS ifdh 1",
+        "::snapshotScardDevice: exit , rmExists: 1, BVS: 1, others: 3", "Trace in ::is_rm_on, SmartCardManager ON");
 
     // A failing card or state query keeps the reader; the last failure comes back.
     rm.fail("ListCardsSize", 0x80100006);
@@ -105,30 +113,63 @@ TEST_F(Probes, ReaderTableCountsTokenProbeAndReaderWalkWithTheirFailures) {
     EXPECT_EQ(installer.checkRMbehave(), SCARD_S_SUCCESS);  // only the first ten are logged
     EXPECT_LOG(failing, "Err in " + kSnap + "SCardListCards fails , rv=0x80100006",
                "Err in " + kSnap + "SCardGetStatusChange fails , rv=0x8010000a",
-               "Err in RMTable::listReaders, snapshot() fails, rv=0x8010000a", "Trace in " + kBehave + "\treader(0x0) - R0",
-               "Trace in " + kBehave + "\treader(0x9) - R9", "Trace in " + kBehave + "Total readers=0xa");
-    listFails("ListReadersData", 0x80100008, 0x80100008, {"Err in " + kSnap + "SCardListReaders fails read all data, rv=0x80100008",
-                                                          "Err in ::isTokenPresent, SCardListReaders() failed read all data, rv:0x80100008",
-                                                          "Err in " + kBehave + "m_SCardListReaders fails read all data, rv=0x80100008"});
-    listFails("ListReadersSize", 0x80100017, 0x80100017, {"Err in " + kSnap + "SCardListReaders fails, rv=0x80100017",
-                                                          "Err in ::isTokenPresent, SCardListReaders() failed, rv:0x80100017",
-                                                          "Err in " + kBehave + "m_SCardListReaders fails , rv=0x80100017"});
+               "Err in RMTable::listReaders, snapshot() fails, rv=0x8010000a",
+               "Trace in " + kBehave + "\treader(0x0) - R0", "Trace in " + kBehave + "\treader(0x9) - R9",
+               "Trace in " + kBehave + "Total readers=0xa");
+    listFails("ListReadersData", 0x80100008, 0x80100008,
+              {"Err in " + kSnap + "SCardListReaders fails read all data, rv=0x80100008",
+               "Err in ::isTokenPresent, SCardListReaders() failed read all data, rv:0x80100008",
+               "Err in " + kBehave + "m_SCardListReaders fails read all data, rv=0x80100008"});
+    listFails("ListReadersSize", 0x80100017, 0x80100017,
+              {"Err in " + kSnap + "SCardListReaders fails, rv=0x80100017",
+               "Err in ::isTokenPresent, SCardListReaders() failed, rv:0x80100017",
+               "Err in " + kBehave + "m_SCardListReaders fails , rv=0x80100017"});
 }
 
 // The reboot decision: every cause is logged; without one the resource manager is stopped.
 TEST_F(Probes, EnvironmentCheckNamesEveryRebootCause) {
-    const struct { std::vector<std::string> readers; bool listFails, tokenClass; UINT nIfdh, nVR, reboot; DWORD state;
-                   std::vector<std::string> lines; } rows[] = {
-        {{"BVS ifdh 0", "BVS VR 0", "BVS ifdh 1"}, false, false, 2, 1, 0, SERVICE_STOPPED,
+    const struct {
+        std::vector<std::string> readers;
+        bool listFails, tokenClass;
+        UINT nIfdh, nVR, reboot;
+        DWORD state;
+        std::vector<std::string> lines;
+    } rows[] = {
+        {{"BVS ifdh 0", "BVS VR 0", "BVS ifdh 1"},
+         false,
+         false,
+         2,
+         1,
+         0,
+         SERVICE_STOPPED,
          {"Trace in " + kEnv + "nIfdh=2 nVR=1 nOthers=0 bTokenPresent=0 rv=0x0 RebootNeeded=0",
           "Trace in ::stopService, ControlService(SERVICE_CONTROL_STOP) stopped"}},
-        {{"BVS ifdh 0", "BVS VR 0", "Acme 0", "Acme 1"}, false, false, 1, 1, 1, SERVICE_RUNNING,
-         {"Trace in " + kEnv + "RebootNeeded because found TokenPresent", "Trace in " + kEnv + "RebootNeeded because nOthers=2",
+        {{"BVS ifdh 0", "BVS VR 0", "Acme 0", "Acme 1"},
+         false,
+         false,
+         1,
+         1,
+         1,
+         SERVICE_RUNNING,
+         {"Trace in " + kEnv + "RebootNeeded because found TokenPresent",
+          "Trace in " + kEnv + "RebootNeeded because nOthers=2",
           "Trace in " + kEnv + "nIfdh=1 nVR=1 nOthers=2 bTokenPresent=1 rv=0x0 RebootNeeded=1"}},
-        {{"BVS ifdh 0", "Acme 0"}, false, false, 1, 0, 1, SERVICE_RUNNING,
+        {{"BVS ifdh 0", "Acme 0"},
+         false,
+         false,
+         1,
+         0,
+         1,
+         SERVICE_RUNNING,
          {"Warn in " + kEnv + "fake reader doesn't exist", "Trace in " + kEnv + "RebootNeeded because nOthers=1"}},
         {{"BVS VR 0"}, false, true, 0, 1, 1, SERVICE_STOPPED, {"Warn in " + kEnv + "Zenkey Class Exists."}},
-        {{"BVS VR 0"}, true, false, 0, 0, 1, SERVICE_RUNNING,
+        {{"BVS VR 0"},
+         true,
+         false,
+         0,
+         0,
+         1,
+         SERVICE_RUNNING,
          {"Warn in " + kEnv + "fake reader doesn't exist", "Trace in " + kEnv + "RebootNeeded because rv=0x80100017"}},
     };
     ScardSvrService service;
@@ -142,8 +183,9 @@ TEST_F(Probes, EnvironmentCheckNamesEveryRebootCause) {
         LogCapture log;
         installer.checkEnvironment(nIfdh, nVR, reboot, classExists);
         deleteTree(HKEY_LOCAL_MACHINE, kTokenClass);
-        EXPECT_TRUE(nIfdh == row.nIfdh && nVR == row.nVR && reboot == row.reboot && (classExists != 0) == row.tokenClass &&
-                    service.state() == row.state) << row.lines[0];
+        EXPECT_TRUE(nIfdh == row.nIfdh && nVR == row.nVR && reboot == row.reboot &&
+                    (classExists != 0) == row.tokenClass && service.state() == row.state)
+            << row.lines[0];
         EXPECT_TRUE(log.hasInOrder(row.lines)) << log.dump();
     }
 }
@@ -169,8 +211,9 @@ TEST_F(Probes, ResourceManagerCheckWarnsUnlessAccountServiceAndContextsWork) {
     session.set("RM_CONFIG_DLG", "Resource manager needs care.");
     LogCapture wrong;
     installer.check_RM_behave(session.handle());
-    EXPECT_TRUE(TestSession::messageCount() == ++shown && TestSession::lastMessage() == "Resource manager needs care." &&
-                service.state() == SERVICE_STOPPED && !wrong.has(start));
+    EXPECT_TRUE(TestSession::messageCount() == ++shown &&
+                TestSession::lastMessage() == "Resource manager needs care." && service.state() == SERVICE_STOPPED &&
+                !wrong.has(start));
     EXPECT_LOG(wrong, "Trace in ::rmObjectName, ObjectName=nt authority\\localservice",
                "Err in Win2KCoreInstaller::checkRMObjName(), under XP RM must run as NT AUTHORITY\\LocalService...");
 
@@ -207,11 +250,19 @@ TEST(OlderPlatform, NoResourceManagerCheckNoTokenRemoval) {
 TEST(Files, InfPackagesWithTheirTwinsAndTheSettingsFile) {
     // A line longer than the 512-byte line buffer is read in pieces, each one counting as a line.
     const std::string longLine = "; " + std::string(598, 'x') + "\r\n", ours = "CatalogFile = bvsup.cat";
-    const struct { std::string text; bool wanted; } rows[] = {
-        {"CATALOGFILE = BVSUP.CAT ; comment", true}, {"CatalogFile=bvsup.cat", false}, {"CatalogFile = bvsifdh.cat", false},
-        {"CatalogFile = xbvsup.cat", false}, {"CatalogFile = other.cat ; bvsup.cat", false}, {std::string(19, '\n') + ours, true},
-        {std::string(20, '\n') + ours, false}, {longLine + std::string(17, '\n') + ours, true},
-        {longLine + std::string(18, '\n') + ours, false}, {std::string(500, ' ') + ours, false}};  // the name cut off
+    const struct {
+        std::string text;
+        bool wanted;
+    } rows[] = {{"CATALOGFILE = BVSUP.CAT ; comment", true},
+                {"CatalogFile=bvsup.cat", false},
+                {"CatalogFile = bvsifdh.cat", false},
+                {"CatalogFile = xbvsup.cat", false},
+                {"CatalogFile = other.cat ; bvsup.cat", false},
+                {std::string(19, '\n') + ours, true},
+                {std::string(20, '\n') + ours, false},
+                {longLine + std::string(17, '\n') + ours, true},
+                {longLine + std::string(18, '\n') + ours, false},
+                {std::string(500, ' ') + ours, false}};  // the name cut off
     for (const auto& r : rows) EXPECT_EQ(isBrevantInfText(r.text, "BvsUp"), r.wanted) << r.text.substr(0, 120);
 
     const std::string dir = infFolder();
@@ -225,15 +276,17 @@ TEST(Files, InfPackagesWithTheirTwinsAndTheSettingsFile) {
     for (const char* name : {"oem9101.inf", "oem9101.pnf", "OEM9102.INF", "bvs9104.inf", "zk9105.inf", "zk9105.pnf"})
         left += exists(dir + name) && DeleteFileA((dir + name).c_str()) ? std::string(name) + " " : "";
     EXPECT_EQ(left, "bvs9104.inf zk9105.inf zk9105.pnf ");
-    EXPECT_LOG(log, "IsBrevantInf(): entry <time>   file=oem9101.inf pattern=bvsup", "DeleteBrevantInf(): entry <time>   file=oem9101.inf",
-               "DeleteBrevantInf(): exit  bRet=1", "Err in DeleteBrevantInf(), failure on file - not .inf type: oem9101.txt",
+    EXPECT_LOG(log, "IsBrevantInf(): entry <time>   file=oem9101.inf pattern=bvsup",
+               "DeleteBrevantInf(): entry <time>   file=oem9101.inf", "DeleteBrevantInf(): exit  bRet=1",
+               "Err in DeleteBrevantInf(), failure on file - not .inf type: oem9101.txt",
                "Err in DeleteBrevantInf(), illegal name: ..\\oem9101.inf");
 
     const std::string ini = systemDirectory() + "\\zkpass.ini";
     writeFile(ini, "[zkpass]");
     SetFileAttributesA(ini.c_str(), FILE_ATTRIBUTE_READONLY);
     zkPassIniDelete();
-    EXPECT_TRUE(!exists(ini) && log.has("Trace in zkPassIniDelete(), clean read-only attribute on file: " + ini)) << log.dump();
+    EXPECT_TRUE(!exists(ini) && log.has("Trace in zkPassIniDelete(), clean read-only attribute on file: " + ini))
+        << log.dump();
 }
 
 // ---- The uninstall actions (Vista, and XP where the forced clearance follows;
@@ -247,25 +300,31 @@ TEST(Uninstall, RemovesTheProductKeepsTheDecoys) {
     decoyService.create("OtherVendorSvc");
     Win2KCoreInstaller().copy_oem(false);  // the filter, its list entry and the INF copies
     writeRaw(HKEY_LOCAL_MACHINE, kReaderClassKey, "UpperFilters", REG_MULTI_SZ, {"OtherFlt\0zKSCFLT\0\0", 18});
-    writeString(HKEY_LOCAL_MACHINE, kCalais + "\\BVS VR 0\\Deep", "x", "");  // the resource manager's key of a product reader
+    writeString(HKEY_LOCAL_MACHINE, kCalais + "\\BVS VR 0\\Deep", "x",
+                "");  // the resource manager's key of a product reader
     TestDevices devices;
     for (const char* id : {"*BVS0001", "*BVS0001", "*bvs0009"}) devices.addReader(id);
-    const std::string decoy = devices.addReader("*OTH0001"), token1 = devices.addUsb("VID_7A3C&PID_0001", "ZK0001", kMaker);
+    const std::string decoy = devices.addReader("*OTH0001"),
+                      token1 = devices.addUsb("VID_7A3C&PID_0001", "ZK0001", kMaker);
     const std::string token2 = devices.addUsb("VID_7a3c&PID_0002", "ZK0002", kMaker);
     const std::string otherVendor = devices.addUsb("VID_1234&PID_0001", "XY0001", kMaker);
     const std::string otherFirmware = devices.addUsb("VID_7A3C&PID_0001", "ZK0003", "Brevant Systems");
     const std::string otherPid = "SYSTEM\\CurrentControlSet\\Enum\\USB\\VID_7A3C&PID_0042\\";  // stale instance keys
     writeString(HKEY_LOCAL_MACHINE, otherPid + "ZKOWN\\Device Parameters", "x", "");
     writeString(HKEY_LOCAL_MACHINE, otherPid + "ZKOWN", "Service", "BVSUP");
-    for (const std::string& copy : DriverStage::installedInfCopies("bvsup.inf")) DeleteFileA(copy.c_str());  // already gone
+    for (const std::string& copy : DriverStage::installedInfCopies("bvsup.inf"))
+        DeleteFileA(copy.c_str());  // already gone
     LogCapture log;
     EXPECT_EQ(0u, CoreUninstall(1, 0));
-    const bool vista = getPlatform() == PL_WINVISTA;  // on XP the forced clearance takes the vendor's keys without a service
-    EXPECT_TRUE(devicesWithId("*BVS0001").empty() && devicesWithId("*BVS0009").empty() && !deviceExists(token1) && !deviceExists(token2));
+    const bool vista =
+        getPlatform() == PL_WINVISTA;  // on XP the forced clearance takes the vendor's keys without a service
+    EXPECT_TRUE(devicesWithId("*BVS0001").empty() && devicesWithId("*BVS0009").empty() && !deviceExists(token1) &&
+                !deviceExists(token2));
     EXPECT_TRUE(deviceExists(decoy) && deviceExists(otherVendor) && deviceExists(otherFirmware) == vista);
     EXPECT_TRUE(keyExists(HKEY_LOCAL_MACHINE, otherPid + "ZKOWN") == vista);
     EXPECT_FALSE(keyExists(HKEY_LOCAL_MACHINE, kCalais + "\\BVS VR 0"));
-    EXPECT_TRUE(!decoyService.open("BVSUP", SERVICE_QUERY_STATUS) && !decoyService.open("zKSCFLT", SERVICE_QUERY_STATUS) &&
+    EXPECT_TRUE(!decoyService.open("BVSUP", SERVICE_QUERY_STATUS) &&
+                !decoyService.open("zKSCFLT", SERVICE_QUERY_STATUS) &&
                 decoyService.open("OtherVendorSvc", SERVICE_QUERY_STATUS));
     EXPECT_EQ(filterList(), std::string("OtherFlt\0\0", 10));
     EXPECT_TRUE(DriverStage::installedInfCopies("bvsifdh.inf").empty());
@@ -274,17 +333,21 @@ TEST(Uninstall, RemovesTheProductKeepsTheDecoys) {
         for (const char* ext : {".sys", ".inf", ".cat"})
             EXPECT_FALSE(exists(DriverStage::setupFolder() + "\\" + name + ext) || exists(kHeld)) << name << ext;
     EXPECT_EQ(log.raw().find("Cannot delete file"), std::string::npos) << "missing files are no error";
-    EXPECT_LOG(log, "Warn in " + kRemove + ", found devToRemove=*BVS0001, osdevice=*BVS0001",
-               "Warn in " + kRemove + ", found devToRemove=*BVS0009, osdevice=*bvs0009",
-               "Err in Win2KCoreInstaller::core_uninstall(), CANNOT FIND BVSIFDH OEM INF! ",
-               "Err in Win2KCoreInstaller::core_uninstall(), CANNOT FIND BVSUP OEM INF! ",
-               "Trace in " + kUsbOp + ", not Brevant device -> Manufacturer: Brevant Systems HID: USB\\VID_7A3C&PID_0001",
-               "Trace in " + kUsbOp + ", \tRemoving [2] devices...", "Trace in " + kUsbOp + ", OK!", "Trace in " + kUsbOp + ", OK!",
-               kUsbOp + ": exit  bRet=1");
-    EXPECT_TRUE(vista || log.hasInOrder({kVidPid + "\tkey=HKLM/SYSTEM\\CurrentControlSet\\Enum\\USB\\VID_7A3C&PID_0001\\ZK0003 service=",
-                                         kVidPid + "   Empty service found.", kVidPid + "   !!! Delete Unrecognized Zenkey !!!",
-                                         kVidPid + "check for unrecognized VID_PID: VID_7A3C&PID_0042", kVidPid + "   Delete Zenkey.",
-                                         kVidPid + "   deleteAllSubKeys()"})) << log.dump();
+    EXPECT_LOG(
+        log, "Warn in " + kRemove + ", found devToRemove=*BVS0001, osdevice=*BVS0001",
+        "Warn in " + kRemove + ", found devToRemove=*BVS0009, osdevice=*bvs0009",
+        "Err in Win2KCoreInstaller::core_uninstall(), CANNOT FIND BVSIFDH OEM INF! ",
+        "Err in Win2KCoreInstaller::core_uninstall(), CANNOT FIND BVSUP OEM INF! ",
+        "Trace in " + kUsbOp + ", not Brevant device -> Manufacturer: Brevant Systems HID: USB\\VID_7A3C&PID_0001",
+        "Trace in " + kUsbOp + ", \tRemoving [2] devices...", "Trace in " + kUsbOp + ", OK!",
+        "Trace in " + kUsbOp + ", OK!", kUsbOp + ": exit  bRet=1");
+    EXPECT_TRUE(
+        vista ||
+        log.hasInOrder({kVidPid + "\tkey=HKLM/SYSTEM\\CurrentControlSet\\Enum\\USB\\VID_7A3C&PID_0001\\ZK0003 service=",
+                        kVidPid + "   Empty service found.", kVidPid + "   !!! Delete Unrecognized Zenkey !!!",
+                        kVidPid + "check for unrecognized VID_PID: VID_7A3C&PID_0042", kVidPid + "   Delete Zenkey.",
+                        kVidPid + "   deleteAllSubKeys()"}))
+        << log.dump();
     if (vista) CoreForcedClearanceUninstall(0, 1);  // called directly it only refuses
     EXPECT_EQ(vista, log.has("Err in CoreForcedClearanceUninstall, Platform doesn't support forced cleanup:6"));
 
@@ -311,25 +374,35 @@ TEST(UninstallOnce, MinimalHardwareKeepsTheFakeReaderAndTheFilter) {
     LogCapture log;
     EXPECT_EQ(0u, CoreUninstall(1, 1));
     EXPECT_TRUE(devicesWithId("*BVS0001").empty() && deviceExists(fake) && exists(filterInf));
-    EXPECT_TRUE(filterList().find("zKSCFLT") != std::string::npos && keyExists(HKEY_LOCAL_MACHINE, kServices + "zKSCFLT"));
-    EXPECT_LOG(log, "Trace in Win2KCoreInstaller::core_uninstall(),  FilterDriver: not used because D_USE_MINIMAL_HW_ONLY");
+    EXPECT_TRUE(filterList().find("zKSCFLT") != std::string::npos &&
+                keyExists(HKEY_LOCAL_MACHINE, kServices + "zKSCFLT"));
+    EXPECT_LOG(log,
+               "Trace in Win2KCoreInstaller::core_uninstall(),  FilterDriver: not used because D_USE_MINIMAL_HW_ONLY");
 
-    writeDword(HKEY_LOCAL_MACHINE, kTokenClass, "v", 1);  // an old release's token class stops the removal after the readers
+    writeDword(HKEY_LOCAL_MACHINE, kTokenClass, "v",
+               1);  // an old release's token class stops the removal after the readers
     devices.addReader("*BVS0001");
     LogCapture stopped;
     EXPECT_TRUE(CoreUninstall(1, 1) == 0 && devicesWithId("*BVS0001").empty());
     deleteTree(HKEY_LOCAL_MACHINE, kTokenClass);
-    EXPECT_LOG(stopped, "Err in Win2KCoreInstaller::core_uninstall(), OldVersionExists", "Error - EXCEPTION - coreThrow: OldVersionExists, 0x1");
+    EXPECT_LOG(stopped, "Err in Win2KCoreInstaller::core_uninstall(), OldVersionExists",
+               "Error - EXCEPTION - coreThrow: OldVersionExists, 0x1");
 }
 
 // The answer and UninstRegClean decide the clean-up, UninstallMsg the restart
 // text. The registry clean-up takes the machine's and every user's trees but
 // the machine's zKFormat; another vendor's key and a value beside stay.
 TEST(UninstallOnce, CheckUninstallAndRegCleanup) {
-    const struct { std::optional<DWORD> regClean; int answer; bool uninstallMsg; const char* line; bool cleaned; } rows[] = {
-        {1, IDYES, false, "YES , bQuest=1", true}, {1, IDNO, true, "YES , bQuest=1", true}, {0, IDYES, false, "NO - ", false},
-        {0, IDNO, false, "YES , bQuest=0", true}, {std::nullopt, IDYES, true, "NO - ", false},
-        {std::nullopt, IDNO, false, "YES , bQuest=4294967295", true}};
+    const struct {
+        std::optional<DWORD> regClean;
+        int answer;
+        bool uninstallMsg;
+        const char* line;
+        bool cleaned;
+    } rows[] = {
+        {1, IDYES, false, "YES , bQuest=1", true},   {1, IDNO, true, "YES , bQuest=1", true},
+        {0, IDYES, false, "NO - ", false},           {0, IDNO, false, "YES , bQuest=0", true},
+        {std::nullopt, IDYES, true, "NO - ", false}, {std::nullopt, IDNO, false, "YES , bQuest=4294967295", true}};
     for (const auto& row : rows) {
         writeDword(HKEY_LOCAL_MACHINE, kZenkey + "\\Cache", "v", 1);
         if (row.regClean) writeDword(HKEY_LOCAL_MACHINE, kFlagKey, "UninstRegClean", *row.regClean);
@@ -340,15 +413,16 @@ TEST(UninstallOnce, CheckUninstallAndRegCleanup) {
         EXPECT_TRUE(CoreCheckUninstall(session.handle()) == 0 &&
                     log.has(std::string("Trace in CoreCheckUninstall, UNINST: USER CHOOSE ") + row.line) &&
                     keyExists(HKEY_LOCAL_MACHINE, kZenkey + "\\Cache") != row.cleaned &&
-                    TestSession::messageCount() - before == (row.uninstallMsg ? 2 : 1)) << log.dump();
+                    TestSession::messageCount() - before == (row.uninstallMsg ? 2 : 1))
+            << log.dump();
         EXPECT_EQ(TestSession::lastMessage() + std::to_string(TestSession::lastType() & 0xFFFFFu),
                   row.uninstallMsg ? "You must restart the computer to complete the uninstall procedure.262192"
                                    : "Do you want to save configurations?262196");
         deleteTree(HKEY_LOCAL_MACHINE, "Software\\Brevant");
     }
     const std::string user = "S-1-5-21-0-0-0-1000\\" + kZenkey;
-    const char* const trees[] = {"Cache", "logging", "MIDDLEWARE", "CachedCertificates", "Core", "zKCAPI", "zKCertStore",
-                                 "zKProperties", "zKFormat"};
+    const char* const trees[] = {"Cache",       "logging",      "MIDDLEWARE", "CachedCertificates", "Core", "zKCAPI",
+                                 "zKCertStore", "zKProperties", "zKFormat"};
     for (const char* key : trees) {
         writeDword(HKEY_LOCAL_MACHINE, kZenkey + "\\" + key + "\\Deep", "v", 1);
         writeDword(HKEY_USERS, user + "\\" + key, "v", 1);
@@ -361,7 +435,8 @@ TEST(UninstallOnce, CheckUninstallAndRegCleanup) {
         left += std::string(keyExists(HKEY_LOCAL_MACHINE, kZenkey + "\\" + key) ? "M" : "") +
                 (keyExists(HKEY_USERS, user + "\\" + key) ? "U," : ",");
     EXPECT_EQ(left, ",,,,,,,,M,");
-    EXPECT_TRUE(keyExists(HKEY_LOCAL_MACHINE, "Software\\Brevant\\Other") && readDword(HKEY_LOCAL_MACHINE, kZenkey, "beside") == 7u);
+    EXPECT_TRUE(keyExists(HKEY_LOCAL_MACHINE, "Software\\Brevant\\Other") &&
+                readDword(HKEY_LOCAL_MACHINE, kZenkey, "beside") == 7u);
     deleteTree(HKEY_LOCAL_MACHINE, "Software\\Brevant");
     deleteTree(HKEY_USERS, "S-1-5-21-0-0-0-1000\\Software\\Brevant");
 }
@@ -370,23 +445,29 @@ TEST(UninstallOnce, CheckUninstallAndRegCleanup) {
 // at UI level 0, an OK inside an installation restarts nothing. Without the
 // installer flag the token and reader services' keys go too.
 TEST(ForcedClearance, RestartQuestionOnlyAtUiLevelZeroAndOkInsideAnInstallationRestartsNothing) {
-    const struct { UINT uiLevel, msiFlag; int answer, boxes; bool rebootCalled; } rows[] = {
-        {0, 1, IDOK, 1, true}, {1, 1, IDOK, 0, false}, {0, 0, IDCANCEL, 1, false}};
+    const struct {
+        UINT uiLevel, msiFlag;
+        int answer, boxes;
+        bool rebootCalled;
+    } rows[] = {{0, 1, IDOK, 1, true}, {1, 1, IDOK, 0, false}, {0, 0, IDCANCEL, 1, false}};
     const std::string readOnly = DriverStage::driversFolder() + "\\bvsup.sys";
     for (const auto& row : rows) {
         DriverStage stage;
-        for (const char* name : {"BVSIFDH", "BVSUP"}) writeString(HKEY_LOCAL_MACHINE, kServices + name, "ImagePath", "x");
+        for (const char* name : {"BVSIFDH", "BVSUP"})
+            writeString(HKEY_LOCAL_MACHINE, kServices + name, "ImagePath", "x");
         for (const std::string& file : {kHeld, readOnly}) writeFile(file, "sys");
         SetFileAttributesA(readOnly.c_str(), FILE_ATTRIBUTE_READONLY);
         FileHandle open(CreateFileA(kHeld.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
         MessageBoxWatch watch(row.answer);
         LogCapture log;
         EXPECT_EQ(CoreForcedClearanceUninstall(row.uiLevel, row.msiFlag), 0u);
-        EXPECT_TRUE(watch.count() == row.boxes && watch.caption() == (row.boxes ? "Uninstall reboot" : "") && !exists(readOnly) &&
-                    keyExists(HKEY_LOCAL_MACHINE, kServices + "BVSUP") == (row.msiFlag != 0) &&
-                    keyExists(HKEY_LOCAL_MACHINE, kServices + "BVSIFDH") == (row.msiFlag != 0)) << row.uiLevel << row.msiFlag;
+        EXPECT_TRUE(watch.count() == row.boxes && watch.caption() == (row.boxes ? "Uninstall reboot" : "") &&
+                    !exists(readOnly) && keyExists(HKEY_LOCAL_MACHINE, kServices + "BVSUP") == (row.msiFlag != 0) &&
+                    keyExists(HKEY_LOCAL_MACHINE, kServices + "BVSIFDH") == (row.msiFlag != 0))
+            << row.uiLevel << row.msiFlag;
         EXPECT_LOG(log, "Trace in DeleteBrevantDrivers(), clean read-only attribute on file: " + readOnly,
-                   "Warn in Win2KCoreInstaller::core_force_clearance_uninstall(), driver file left until restart: zKSCFLT.sys");
+                   "Warn in Win2KCoreInstaller::core_force_clearance_uninstall(), driver file left until restart: "
+                   "zKSCFLT.sys");
         EXPECT_EQ(log.raw().find(" bDoneReboot=0") != std::string::npos, row.rebootCalled) << log.dump();
         for (const char* name : {"BVSIFDH", "BVSUP"}) deleteTree(HKEY_LOCAL_MACHINE, kServices + name);
     }
@@ -402,10 +483,13 @@ TEST(RmOffMissingMsi, UninstallStillSucceeds) {
     DWORD token = 1;
     EXPECT_EQ(0u, CoreUninstall(0, 0));
     EXPECT_TRUE(isTokenPresent(token) == static_cast<LONG>(SCARD_F_INTERNAL_ERROR) && token == 0 && !is_rm_on() &&
-                devicesWithId("*BVS0001").empty() && log.raw().find("Failed to load <msi.dll> , err(0x") != std::string::npos &&
-                log.count("Err in ::isTokenPresent, SCardEstablishContext() failed, rv:0x80100001") == 1) << log.dump();  // not asked when off
+                devicesWithId("*BVS0001").empty() &&
+                log.raw().find("Failed to load <msi.dll> , err(0x") != std::string::npos &&
+                log.count("Err in ::isTokenPresent, SCardEstablishContext() failed, rv:0x80100001") == 1)
+        << log.dump();  // not asked when off
     EXPECT_LOG(log, "Err in ::is_rm_on, SCardEstablishContext() failed, rv:0x80100001",
-               "Err in " + kSnap + "SCardEstablishContext fails, rv=0x80100001", "Trace in ::snapshotScardDevice, Cannot list readers",
+               "Err in " + kSnap + "SCardEstablishContext fails, rv=0x80100001",
+               "Trace in ::snapshotScardDevice, Cannot list readers",
                "Trace in " + kEnv + "nIfdh=0 nVR=0 nOthers=0 bTokenPresent=0 rv=0x0 RebootNeeded=0");
 }
 

@@ -1,35 +1,63 @@
 // Client settings from installer properties and their removal, the browsers'
 // security-module registration (a recording modutil stand-in, questions
 // answered through the installer's external UI) and the process test.
-#include "msi/TestBed.h"
 #include "config/BrowserModules.h"
 #include "config/RangeTable.h"
+#include "msi/TestBed.h"
 #include "system/ProcessRunning.h"
 
 namespace {
 
-const std::string kKey = "Software\\Brevant\\Zenkey\\MIDDLEWARE\\", kSet = "Trace in setPropRegistryVal - new, key =" + kKey, kWarn = "Warn in setPropRegistryVal - new, ",
-                  kShared = env("CommonProgramFiles") + "\\brevant shared\\zenkey\\Keyhub\\", kRecord = env("TEMP") + "\\zk-modutil.record";
-const Rows kNames = {"InitApp\\AdvancedView", "GENERAL\\PcscSlots", "GENERAL\\SoftwareSlots", "GENERAL\\SingleLogon", "GENERAL\\SingleLogonTimeout",
-    "CertStore\\PropagateUserCertificates", "CertStore\\PropagateCACertificates", "CertStore\\SynchronizeStore", "CertStore\\RemoveUserCertsOnTokenRemove",
-    "CertStore\\AddToTokenOnNewCertInStore", "CertStore\\RemoveFromStoreOnRemoveFromToken", "CertStore\\RemoveFromTokenOnRemoveFromStore",
-    "CertStore\\CertsToRemoveStorePeriod", "PQ\\pqMinLen", "PQ\\pqMixChars", "PQ\\pqMaxAge", "PQ\\pqMinAge", "PQ\\pqWarnPeriod", "PQ\\pqHistorySize",
-    "CAPI\\IEXPLORE.EXE\\DefEnrollType", "CAPI\\MinKeySize"};
-void touch(const std::string& path) { fs::create_directories(fs::path(path).parent_path()); std::ofstream(path) << "x"; }
+const std::string kKey = "Software\\Brevant\\Zenkey\\MIDDLEWARE\\",
+                  kSet = "Trace in setPropRegistryVal - new, key =" + kKey,
+                  kWarn = "Warn in setPropRegistryVal - new, ",
+                  kShared = env("CommonProgramFiles") + "\\brevant shared\\zenkey\\Keyhub\\",
+                  kRecord = env("TEMP") + "\\zk-modutil.record";
+const Rows kNames = {"InitApp\\AdvancedView",
+                     "GENERAL\\PcscSlots",
+                     "GENERAL\\SoftwareSlots",
+                     "GENERAL\\SingleLogon",
+                     "GENERAL\\SingleLogonTimeout",
+                     "CertStore\\PropagateUserCertificates",
+                     "CertStore\\PropagateCACertificates",
+                     "CertStore\\SynchronizeStore",
+                     "CertStore\\RemoveUserCertsOnTokenRemove",
+                     "CertStore\\AddToTokenOnNewCertInStore",
+                     "CertStore\\RemoveFromStoreOnRemoveFromToken",
+                     "CertStore\\RemoveFromTokenOnRemoveFromStore",
+                     "CertStore\\CertsToRemoveStorePeriod",
+                     "PQ\\pqMinLen",
+                     "PQ\\pqMixChars",
+                     "PQ\\pqMaxAge",
+                     "PQ\\pqMinAge",
+                     "PQ\\pqWarnPeriod",
+                     "PQ\\pqHistorySize",
+                     "CAPI\\IEXPLORE.EXE\\DefEnrollType",
+                     "CAPI\\MinKeySize"};
+void touch(const std::string& path) {
+    fs::create_directories(fs::path(path).parent_path());
+    std::ofstream(path) << "x";
+}
 // Numbers at "group\name" below MIDDLEWARE (written first when `write` is given) as one text, "-" for a missing one.
 std::string dwords(const Rows& paths, std::optional<DWORD> write = std::nullopt) {
     std::string all;
     for (const std::string& p : paths) {
         const std::string key = kKey + p.substr(0, p.rfind('\\')), name = p.substr(p.rfind('\\') + 1);
         if (write) writeDword(HKEY_LOCAL_MACHINE, key, name, *write);
-        all += (all.empty() ? "" : " ") + (readDword(HKEY_LOCAL_MACHINE, key, name) ? std::to_string(*readDword(HKEY_LOCAL_MACHINE, key, name)) : "-");
+        all += (all.empty() ? "" : " ") + (readDword(HKEY_LOCAL_MACHINE, key, name)
+                                               ? std::to_string(*readDword(HKEY_LOCAL_MACHINE, key, name))
+                                               : "-");
     }
     return all;
 }
-std::string text(const std::string& path, const char* name) { return readString(HKEY_LOCAL_MACHINE, kKey + path, name).value_or("-"); }
+std::string text(const std::string& path, const char* name) {
+    return readString(HKEY_LOCAL_MACHINE, kKey + path, name).value_or("-");
+}
 void clean() {
     deleteTree(HKEY_LOCAL_MACHINE, "Software\\Brevant");
-    for (const std::string& dir : {env("CommonProgramFiles") + "\\brevant shared", env("APPDATA") + "\\Mozilla", env("APPDATA") + "\\Netscape", kRecord}) fs::remove_all(dir);
+    for (const std::string& dir : {env("CommonProgramFiles") + "\\brevant shared", env("APPDATA") + "\\Mozilla",
+                                   env("APPDATA") + "\\Netscape", kRecord})
+        fs::remove_all(dir);
 }
 
 // A fresh installation writes every default; removal takes exactly these values and the keys left empty.
@@ -40,67 +68,122 @@ TEST(Config, DefaultsWrittenThenRemoved) {
     TestSession session;
     const std::string h = " hInstall=" + std::to_string(session.handle());
     LogCapture log;
-    EXPECT_TRUE(PKIInstall(session.handle()) == 0 && dwords(kNames) == "1 16 1 0 0 1 1 1 1 1 1 0 7 6 1 0 0 0 10 1 1024") << dwords(kNames);
-    EXPECT_EQ(text("CertStore", "RemoveFromTokenOnRemoveFromStoreTemplates") + text("zkPropsApps\\app1", "zkAppTitle") + text("zkPropsApps\\app1", "zkAppDescription"),
-              "-Zenkey DuoStore Partition ApplicationEnables the creation of a partition with a customizable size, and the loading of files into the partition");
-    EXPECT_TRUE(log.hasInOrder({"setPropRegistryVal - new: entry <time> " + h + " propName=PROP_PCSCSLOTS groupName=GENERAL valueName=PcscSlots",
-        kSet + "GENERAL oldvalue=(none) newvalue(RegSetValue)=16 bUpdateExisting=0 rv=0", "Trace in setPropRegistryStrVal - new, ignore empty value for "
-        "property PROP_CERTEMP", "Trace in clientSharedFolder, shared folder: " + kShared, "setPropRegistryStrVal - new: entry <time> " + h +
-        " propName= groupName=zkPropsApps valueName=zkAppExecutable valueDefault=" + app, "updateBrowserModules: entry <time>  add=1"})) << log.dump();
+    EXPECT_TRUE(PKIInstall(session.handle()) == 0 && dwords(kNames) == "1 16 1 0 0 1 1 1 1 1 1 0 7 6 1 0 0 0 10 1 1024")
+        << dwords(kNames);
+    EXPECT_EQ(text("CertStore", "RemoveFromTokenOnRemoveFromStoreTemplates") + text("zkPropsApps\\app1", "zkAppTitle") +
+                  text("zkPropsApps\\app1", "zkAppDescription"),
+              "-Zenkey DuoStore Partition ApplicationEnables the creation of a partition with a customizable size, and "
+              "the loading of files into the partition");
+    EXPECT_TRUE(log.hasInOrder({"setPropRegistryVal - new: entry <time> " + h +
+                                    " propName=PROP_PCSCSLOTS groupName=GENERAL valueName=PcscSlots",
+                                kSet + "GENERAL oldvalue=(none) newvalue(RegSetValue)=16 bUpdateExisting=0 rv=0",
+                                "Trace in setPropRegistryStrVal - new, ignore empty value for "
+                                "property PROP_CERTEMP",
+                                "Trace in clientSharedFolder, shared folder: " + kShared,
+                                "setPropRegistryStrVal - new: entry <time> " + h +
+                                    " propName= groupName=zkPropsApps valueName=zkAppExecutable valueDefault=" + app,
+                                "updateBrowserModules: entry <time>  add=1"}))
+        << log.dump();
 
     writeString(HKEY_LOCAL_MACHINE, kKey + "CertStore", "RemoveFromTokenOnRemoveFromStoreTemplates", "T");
     dwords({"GENERAL\\Foreign", "Install\\Reboot"}, 1);
     LogCapture removal;
-    EXPECT_TRUE(PKIRemove(session.handle()) == 0 && dwords(kNames) + " " + dwords({"GENERAL\\Foreign", "Install\\Reboot"}) == "- - - - - - - - - - - - - - - - - - - - - 1 1");
-    for (const char* gone : {"InitApp", "CertStore", "PQ", "CAPI", "zkPropsApps"}) EXPECT_FALSE(keyExists(HKEY_LOCAL_MACHINE, kKey + gone)) << gone;
+    EXPECT_TRUE(PKIRemove(session.handle()) == 0 &&
+                dwords(kNames) + " " + dwords({"GENERAL\\Foreign", "Install\\Reboot"}) ==
+                    "- - - - - - - - - - - - - - - - - - - - - 1 1");
+    for (const char* gone : {"InitApp", "CertStore", "PQ", "CAPI", "zkPropsApps"})
+        EXPECT_FALSE(keyExists(HKEY_LOCAL_MACHINE, kKey + gone)) << gone;
     const std::string deleted = "Trace in removeClientSettings, deleted MIDDLEWARE\\";
-    EXPECT_TRUE(removal.hasInOrder({"updateBrowserModules: entry <time>  add=0", deleted + "InitApp\\AdvancedView", deleted + "CertStore\\RemoveFromTokenOnRemoveFromStoreTemplates",
-        deleted + "zkPropsApps\\app1\\zkAppExecutable", "Trace in removeClientSettings, deleted empty key MIDDLEWARE\\CAPI\\IEXPLORE.EXE"})) << removal.dump();
+    EXPECT_TRUE(removal.hasInOrder({"updateBrowserModules: entry <time>  add=0", deleted + "InitApp\\AdvancedView",
+                                    deleted + "CertStore\\RemoveFromTokenOnRemoveFromStoreTemplates",
+                                    deleted + "zkPropsApps\\app1\\zkAppExecutable",
+                                    "Trace in removeClientSettings, deleted empty key MIDDLEWARE\\CAPI\\IEXPLORE.EXE"}))
+        << removal.dump();
 }
 
 // Every reader over values already there (77): a valid property overwrites; a default, an unreadable, an unparsable
 // or an out-of-range one never does. The text readers use atoi and force single logon when a timeout is set.
 TEST(Config, ReadersOverwriteOnlyWithValidProperties) {
-    const struct { const char* op; UINT(WINAPI* action)(MSIHANDLE); bool text, logsStored; } readers[] = {
-        {"PKIInstall", PKIInstall, false, false}, {"PKIRegInstall", PKIRegInstall, true, false}, {"CoreStoreProps", CoreStoreProps, true, true}};
+    const struct {
+        const char* op;
+        UINT(WINAPI* action)(MSIHANDLE);
+        bool text, logsStored;
+    } readers[] = {{"PKIInstall", PKIInstall, false, false},
+                   {"PKIRegInstall", PKIRegInstall, true, false},
+                   {"CoreStoreProps", CoreStoreProps, true, true}};
     for (const auto& r : readers) {
         clean();
         dwords(kNames, 77);
         deleteValue(HKEY_LOCAL_MACHINE, kKey + "CAPI\\IEXPLORE.EXE", "DefEnrollType");  // the one default written
         writeString(HKEY_LOCAL_MACHINE, kKey + "CertStore", "RemoveFromTokenOnRemoveFromStoreTemplates", "old");
         TestSession s;
-        for (const auto& [name, value] : std::vector<std::pair<const char*, std::string>>{{"PROP_PCSCSLOTS", "1001"}, {"PROP_SOFTWARESLOTS", "0"},
-                 {"PROP_CERREMOVESTO", "37001"}, {"PROP_CERTEMP", "User;Smartcard Logon"}, {"PROP_SINGLELOGONTO", "10000"}, {"PROP_SINGLELOGON", "0"},
-                 {"PROP_PQ_MINLEN", "4abc"}, {"PROP_PQ_MIXCHARS", "-5"}, {"PROP_PQ_WARNPERIOD", "\x01\x02\xfe\x7f"}, {"PROP_ADVANCED_VIEW", std::string(1024, '7')}})
+        for (const auto& [name, value] :
+             std::vector<std::pair<const char*, std::string>>{{"PROP_PCSCSLOTS", "1001"},
+                                                              {"PROP_SOFTWARESLOTS", "0"},
+                                                              {"PROP_CERREMOVESTO", "37001"},
+                                                              {"PROP_CERTEMP", "User;Smartcard Logon"},
+                                                              {"PROP_SINGLELOGONTO", "10000"},
+                                                              {"PROP_SINGLELOGON", "0"},
+                                                              {"PROP_PQ_MINLEN", "4abc"},
+                                                              {"PROP_PQ_MIXCHARS", "-5"},
+                                                              {"PROP_PQ_WARNPERIOD", "\x01\x02\xfe\x7f"},
+                                                              {"PROP_ADVANCED_VIEW", std::string(1024, '7')}})
             s.set(name, value);
         const std::string op = std::string("Trace in ") + r.op + ", ";
         LogCapture log;
         EXPECT_EQ(r.action(s.handle()), 0u) << r.op;
         // Binary junk reads as 0 through atoi.
-        EXPECT_EQ(dwords(kNames) + text("CertStore", "RemoveFromTokenOnRemoveFromStoreTemplates"), std::string("77 77 0 ") + (r.text ? "1" : "0") +
-                  " 10000 77 77 77 77 77 77 77 77 4 77 77 77 " + (r.text ? "0" : "77") + " 77 1 77User;Smartcard Logon") << r.op;
-        EXPECT_TRUE(log.hasInOrder({r.text ? "Err in msiWrapper::getPropStrVal, msiWrapper::getPropStrVal(): cannot locate CustomActionData property"
-            : "Err in msiWrapper::getPropVal(), MsiGetProperty() cannot locate property PROP_ADVANCED_VIEW",
-            "Warn in " + std::string(r.text ? r.op : "setPropRegistryVal - new") + ", failed read property PROP_ADVANCED_VIEW",
-            kWarn + "Range fail value 1001 for property PROP_PCSCSLOTS", kSet + "GENERAL stores previous value=77 (bUpdateExisting=0)",
-            kSet + "GENERAL oldvalue=77 newvalue(RegSetValue)=0 bUpdateExisting=1 rv=0", kWarn + "Range fail value 37001 for property PROP_CERREMOVESTO",
-            "Trace in setPropRegistryStrVal - new, key =" + kKey + "CertStore oldvalue=old newvalue=User;Smartcard Logon bUpdateExisting=1 rv=0",
-            kWarn + "Range fail value 4294967291 for property PROP_PQ_MIXCHARS"})) << r.op << log.dump();
+        EXPECT_EQ(dwords(kNames) + text("CertStore", "RemoveFromTokenOnRemoveFromStoreTemplates"),
+                  std::string("77 77 0 ") + (r.text ? "1" : "0") + " 10000 77 77 77 77 77 77 77 77 4 77 77 77 " +
+                      (r.text ? "0" : "77") + " 77 1 77User;Smartcard Logon")
+            << r.op;
+        EXPECT_TRUE(log.hasInOrder(
+            {r.text ? "Err in msiWrapper::getPropStrVal, msiWrapper::getPropStrVal(): cannot locate CustomActionData "
+                      "property"
+                    : "Err in msiWrapper::getPropVal(), MsiGetProperty() cannot locate property PROP_ADVANCED_VIEW",
+             "Warn in " + std::string(r.text ? r.op : "setPropRegistryVal - new") +
+                 ", failed read property PROP_ADVANCED_VIEW",
+             kWarn + "Range fail value 1001 for property PROP_PCSCSLOTS",
+             kSet + "GENERAL stores previous value=77 (bUpdateExisting=0)",
+             kSet + "GENERAL oldvalue=77 newvalue(RegSetValue)=0 bUpdateExisting=1 rv=0",
+             kWarn + "Range fail value 37001 for property PROP_CERREMOVESTO",
+             "Trace in setPropRegistryStrVal - new, key =" + kKey +
+                 "CertStore oldvalue=old newvalue=User;Smartcard Logon bUpdateExisting=1 rv=0",
+             kWarn + "Range fail value 4294967291 for property PROP_PQ_MIXCHARS"}))
+            << r.op << log.dump();
         EXPECT_EQ(log.has("Err in msiWrapper::getPropVal(), cannot parse property value to DWORD"), !r.text);
-        EXPECT_EQ(log.hasInOrder({op + "PROP_PCSCSLOTS(atoi)=1001", op + "PROP_PQ_MIXCHARS(atoi)=-5", op + "prop_singlelogon=1 because prop_singlelogontimeout!=0",
-            op + "hInstall=" + std::to_string(s.handle()) + " advanced_view=0xffffffff pcscslots=0x3e9 softwareslots=0x0 singlelogon=0x1 singlelogontimeout="
-            "0x2710 propagateusercer=0xffffffff propagatecacer=0xffffffff pq_minlen=0x4 pq_mixchars=0xfffffffb pq_maxage=0xffffffff pq_warnperiod=0x0 "
-            "pq_historysize=0xffffffff pq_minage=0xffffffff explorer_defenrol=0xffffffff upd_infpath=0x0"}), r.text) << r.op << log.dump();
-        EXPECT_EQ(log.hasInOrder({op + "stored PROP_SOFTWARESLOTS in MIDDLEWARE\\GENERAL\\SoftwareSlots",
-                                  op + "stored PROP_EXPLORER_DEFENROL in MIDDLEWARE\\CAPI\\IEXPLORE.EXE\\DefEnrollType"}), r.logsStored);
-        EXPECT_EQ(log.has(op + "stored PROP_PCSCSLOTS in MIDDLEWARE\\GENERAL\\PcscSlots") + log.count("updateBrowserModules: entry <time>  add=1"), !r.logsStored);
+        EXPECT_EQ(
+            log.hasInOrder(
+                {op + "PROP_PCSCSLOTS(atoi)=1001", op + "PROP_PQ_MIXCHARS(atoi)=-5",
+                 op + "prop_singlelogon=1 because prop_singlelogontimeout!=0",
+                 op + "hInstall=" + std::to_string(s.handle()) +
+                     " advanced_view=0xffffffff pcscslots=0x3e9 softwareslots=0x0 singlelogon=0x1 singlelogontimeout="
+                     "0x2710 propagateusercer=0xffffffff propagatecacer=0xffffffff pq_minlen=0x4 "
+                     "pq_mixchars=0xfffffffb pq_maxage=0xffffffff pq_warnperiod=0x0 "
+                     "pq_historysize=0xffffffff pq_minage=0xffffffff explorer_defenrol=0xffffffff upd_infpath=0x0"}),
+            r.text)
+            << r.op << log.dump();
+        EXPECT_EQ(
+            log.hasInOrder({op + "stored PROP_SOFTWARESLOTS in MIDDLEWARE\\GENERAL\\SoftwareSlots",
+                            op + "stored PROP_EXPLORER_DEFENROL in MIDDLEWARE\\CAPI\\IEXPLORE.EXE\\DefEnrollType"}),
+            r.logsStored);
+        EXPECT_EQ(log.has(op + "stored PROP_PCSCSLOTS in MIDDLEWARE\\GENERAL\\PcscSlots") +
+                      log.count("updateBrowserModules: entry <time>  add=1"),
+                  !r.logsStored);
     }
-    const zk::RangeDecision high = zk::applyRange("PROP_SINGLELOGONTO", 10001), other = zk::applyRange("PROP_X", 12), unset = zk::applyRange("PROP_X", zk::kNotSet);
-    EXPECT_TRUE(high.rangeFail && high.value == 0 && other.bUpdateExisting && other.value == 12 && !unset.bUpdateExisting && !unset.rangeFail);
+    const zk::RangeDecision high = zk::applyRange("PROP_SINGLELOGONTO", 10001), other = zk::applyRange("PROP_X", 12),
+                            unset = zk::applyRange("PROP_X", zk::kNotSet);
+    EXPECT_TRUE(high.rangeFail && high.value == 0 && other.bUpdateExisting && other.value == 12 &&
+                !unset.bUpdateExisting && !unset.rangeFail);
 }
 
-// Answers the installer's questions: Cancel to the `cancel`th, OK to the others; removes `vanish` while the first is open.
-struct { Rows asked; size_t cancel = 0; std::string vanish; } g_ui;
+// Answers the installer's questions: Cancel to the `cancel`th, OK to the others; removes `vanish` while the first is
+// open.
+struct {
+    Rows asked;
+    size_t cancel = 0;
+    std::string vanish;
+} g_ui;
 int WINAPI answer(void*, UINT, LPCSTR message) {
     g_ui.asked.emplace_back(message);
     if (g_ui.asked.size() == 1 && !g_ui.vanish.empty()) fs::remove_all(g_ui.vanish);
@@ -112,10 +195,12 @@ int WINAPI answer(void*, UINT, LPCSTR message) {
 TEST(Config, BrowserDatabasesAddedThenDeleted) {
     clean();
     SetEnvironmentVariableA("ZK_MODUTIL_RECORD", kRecord.c_str());
-    const std::string modutil = kShared + "modutil\\modutil.exe", data = env("APPDATA") + "\\", op = "Trace in pkcs11_netscape_update_new, ";
+    const std::string modutil = kShared + "modutil\\modutil.exe", data = env("APPDATA") + "\\",
+                      op = "Trace in pkcs11_netscape_update_new, ";
     TestSession session;
     MsiApi::get().SetExternalUIA(reinterpret_cast<void*>(&answer), 1 << 1 | 1 << 3, nullptr);  // errors, user texts
-    const Rows dirs = {data + "Mozilla\\Firefox\\Profiles\\abc.default", data + "Mozilla\\Firefox\\Profiles\\my old profile",
+    const Rows dirs = {data + "Mozilla\\Firefox\\Profiles\\abc.default",
+                       data + "Mozilla\\Firefox\\Profiles\\my old profile",
                        data + "Mozilla\\Profiles\\default\\x1y2.slt", data + "Netscape\\Mozilla\\nets.default"};
     for (int i : {0, 1, 2}) touch(dirs[i] + "\\secmod.db");
     LogCapture log;
@@ -125,13 +210,21 @@ TEST(Config, BrowserDatabasesAddedThenDeleted) {
     ASSERT_TRUE(CopyFileA((env("ZK_FIXTURES") + "\\modutil\\modutil.exe").c_str(), modutil.c_str(), FALSE));
     EXPECT_EQ(PKIInstall(session.handle()), 0u);
     Rows commands, recorded;
-    for (const std::string& dir : dirs) commands.push_back("\"" + modutil + "\" -add Zenkey -libfile zKPKCS11.DLL -mechanisms RSA:DES -force -dbdir \"" + dir + "\"");
+    for (const std::string& dir : dirs)
+        commands.push_back("\"" + modutil +
+                           "\" -add Zenkey -libfile zKPKCS11.DLL -mechanisms RSA:DES -force -dbdir \"" + dir + "\"");
     for (int i : {2, 3}) commands.push_back("\"" + modutil + "\" -delete Zenkey -force -dbdir \"" + dirs[i] + "\"");
-    const auto question = [](const std::string& b) { return "Zenkey Keyhub installer will update your " + b + " browser. Please close your " + b +
-                                                            " browser, wait few seconds, and press Ok. Press Cancel to skip update."; };
+    const auto question = [](const std::string& b) {
+        return "Zenkey Keyhub installer will update your " + b + " browser. Please close your " + b +
+               " browser, wait few seconds, and press Ok. Press Cancel to skip update.";
+    };
     EXPECT_EQ(g_ui.asked, (Rows{question("Mozilla"), question("Mozilla"), question("Mozilla"), question("Netscape")}));
-    EXPECT_TRUE(log.hasInOrder({"Err in getModutilPath: Modutil.exe path not valid!!!!!", "Warn in findFiles, Netscape: dir path NOT valid.", "pkcs11_netscape_update_new: entry <time>  vendor=Mozilla add=1", "getModutilPath: Modutil.exe path : " + modutil, op + "Try again (MessageBox()==IDOK)",
-        op + "cmdline:: " + commands[0], "pkcs11_netscape_update_new: entry <time>  vendor=Netscape add=1"})) << log.dump();
+    EXPECT_TRUE(log.hasInOrder(
+        {"Err in getModutilPath: Modutil.exe path not valid!!!!!", "Warn in findFiles, Netscape: dir path NOT valid.",
+         "pkcs11_netscape_update_new: entry <time>  vendor=Mozilla add=1",
+         "getModutilPath: Modutil.exe path : " + modutil, op + "Try again (MessageBox()==IDOK)",
+         op + "cmdline:: " + commands[0], "pkcs11_netscape_update_new: entry <time>  vendor=Netscape add=1"}))
+        << log.dump();
 
     g_ui = {{}, 2, dirs[0]};
     LogCapture removal;
@@ -140,19 +233,29 @@ TEST(Config, BrowserDatabasesAddedThenDeleted) {
     for (std::ifstream in(kRecord); std::getline(in, line);) recorded.push_back(line);
     EXPECT_TRUE(recorded == commands && g_ui.asked.size() == 4u);
     for (const char* gone : {"Mozilla", "Netscape\\Mozilla"}) fs::remove_all(data + gone);
-    EXPECT_TRUE(PKIInstall(session.handle()) == 0 && removal.hasInOrder({"Warn in pkcs11_netscape_update_new, data base file gone, skipped: " + dirs[0] + "\\secmod.db", op + " MessageBox IDCANCEL",
-        "Err in pkcs11_netscape_update_new, pkcs11_netscape_update_new: No data base file 'secmod.db' was found..."}) &&
-        removal.count(op + " MessageBox IDCANCEL") == 1 && zk::browserName("D:\\P\\secmod.db") == "Mozilla Firefox") << removal.dump();
+    EXPECT_TRUE(PKIInstall(session.handle()) == 0 &&
+                removal.hasInOrder(
+                    {"Warn in pkcs11_netscape_update_new, data base file gone, skipped: " + dirs[0] + "\\secmod.db",
+                     op + " MessageBox IDCANCEL",
+                     "Err in pkcs11_netscape_update_new, pkcs11_netscape_update_new: No data base file 'secmod.db' was "
+                     "found..."}) &&
+                removal.count(op + " MessageBox IDCANCEL") == 1 &&
+                zk::browserName("D:\\P\\secmod.db") == "Mozilla Firefox")
+        << removal.dump();
     clean();
 }
 
 TEST(ProcessRunning, WholeImageNameWithoutRegardToCase) {
     const std::string self = "CONFIG_MSI_TESTS.EXE";  // this program's image, in capitals
-    const bool psapi = env("ZK_NO_PSAPI").empty();  // without it the answer is 0
+    const bool psapi = env("ZK_NO_PSAPI").empty();    // without it the answer is 0
     LogCapture log;
-    EXPECT_EQ(zk::isProcessRunning(self.c_str()) + zk::isProcessRunning(("x" + self).c_str()) + zk::isProcessRunning("") + zk::isProcessRunning(nullptr), psapi ? 1 : 0);
-    EXPECT_TRUE(log.hasInOrder(psapi ? Rows{"::isProcessRunning: entry <time>  , process: " + self, "::isProcessRunning: exit  (ret=0x1"}
-                                     : Rows{"Err in ::isProcessRunning, cannot open PSAPI.DLL"})) << log.dump();
+    EXPECT_EQ(zk::isProcessRunning(self.c_str()) + zk::isProcessRunning(("x" + self).c_str()) +
+                  zk::isProcessRunning("") + zk::isProcessRunning(nullptr),
+              psapi ? 1 : 0);
+    EXPECT_TRUE(log.hasInOrder(
+        psapi ? Rows{"::isProcessRunning: entry <time>  , process: " + self, "::isProcessRunning: exit  (ret=0x1"}
+              : Rows{"Err in ::isProcessRunning, cannot open PSAPI.DLL"}))
+        << log.dump();
 }
 
 }  // namespace

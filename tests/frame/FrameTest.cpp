@@ -27,14 +27,17 @@ const std::string kCopy = systemDirectory() + "\\zKCoreInst.dll", kCert = "Softw
 // ask for a forced reboot and the writers raise. Windows 2000 and later get an installer.
 TEST(Versions, FlagsPlatformAndInstaller) {
     const int platform = getPlatform(), old = platform == PL_WINNT4 || platform == PL_WIN2K;
-    EXPECT_EQ(platform, (std::map<std::string, int>{{"", 6}, {"nt40", 3}, {"win2k", 4}, {"winxp", 5}, {"win2003", 5},
-                                                    {"vista", 6}, {"win10", 6}}.at(zktest::expectedWinver())));
+    EXPECT_EQ(platform,
+              (std::map<std::string, int>{
+                  {"", 6}, {"nt40", 3}, {"win2k", 4}, {"winxp", 5}, {"win2003", 5}, {"vista", 6}, {"win10", 6}}
+                   .at(zktest::expectedWinver())));
     EXPECT_EQ(platformFromVersion(VER_PLATFORM_WIN32_WINDOWS, 4, 0), PL_WIN95);
     EXPECT_EQ(platformFromVersion(VER_PLATFORM_WIN32_WINDOWS, 4, 90), PL_WIN98);
     zktest::writeDword(HKEY_LOCAL_MACHINE, kCert, "Propagate", 1);
     LogCapture log;
     markReboot(true), markRollback(false), markUninstallMsg(true), markCoreFlag("UpgradeExecuting", 7);
-    for (auto [name, want] : std::map<std::string, DWORD>{{"Reboot", 1}, {"Rollback", 0}, {"UninstallMsg", 1}, {"UpgradeExecuting", 7}})
+    for (auto [name, want] :
+         std::map<std::string, DWORD>{{"Reboot", 1}, {"Rollback", 0}, {"UninstallMsg", 1}, {"UpgradeExecuting", 7}})
         EXPECT_EQ(zktest::readDword(HKEY_LOCAL_MACHINE, kKey, name), want) << name;
     DWORD value = 99, again = 99;
     checkCoreFlags("Reboot", value), checkCoreFlags("Reboot", again), deleteCoreSetting(kCert, "Propagate");
@@ -50,26 +53,59 @@ TEST(Versions, FlagsPlatformAndInstaller) {
     EXPECT_THROW(markCoreFlag("X", 1), BVS::Exception);
     zktest::deleteTree(HKEY_LOCAL_MACHINE, "Software\\Brevant");
     for (int p : {-1, 0, 1, 2, 3, 4, 5, 6, 9}) try {  // -1: the running system
-        p < 0 ? getCoreInstallerForPlatform() : getCoreInstallerForPlatform(p);
-    } catch (const BVS::Exception&) {}
-    const std::string at = "getCoreInstallerForPlatform: platform=", ok = "Win2KCoreInstaller::installerInit(): exit  bInitOK:1",
+            p < 0 ? getCoreInstallerForPlatform() : getCoreInstallerForPlatform(p);
+        } catch (const BVS::Exception&) {
+        }
+    const std::string at = "getCoreInstallerForPlatform: platform=",
+                      ok = "Win2KCoreInstaller::installerInit(): exit  bInitOK:1",
                       raise = "Error - EXCEPTION - coreThrow: ", flag = "Trace in checkCoreFlags(), ",
                       none = raise + "Cannot get Device manager for this platform., 0x1",
                       no = raise + "Cannot install MRV4 for this platform., 0x1", is = "Platform detected: ";
     EXPECT_TRUE(log.hasInOrder(
-        {"markReboot(): entry <time>  ", "Trace in markReboot(), setValue " + kFlags + "\\Reboot=1", "markReboot(): exit ",
-         "Trace in markRollback(), setValue " + kFlags + "\\Rollback=0", "Trace in markUninstallMsg(), setValue " + kFlags +
-         "\\UninstallMsg=1", "Trace in markCoreFlag(), setValue " + kFlags + "\\UpgradeExecuting=7",
-         "checkCoreFlags(): entry <time>  ", flag + "(New API) value=Reboot",
-         flag + "getValue " + kFlags + "\\Reboot", flag + "key =" + kKey + " value=1 rv=0", "checkCoreFlags(): exit  rv=0x0",
+        {"markReboot(): entry <time>  ",
+         "Trace in markReboot(), setValue " + kFlags + "\\Reboot=1",
+         "markReboot(): exit ",
+         "Trace in markRollback(), setValue " + kFlags + "\\Rollback=0",
+         "Trace in markUninstallMsg(), setValue " + kFlags + "\\UninstallMsg=1",
+         "Trace in markCoreFlag(), setValue " + kFlags + "\\UpgradeExecuting=7",
+         "checkCoreFlags(): entry <time>  ",
+         flag + "(New API) value=Reboot",
+         flag + "getValue " + kFlags + "\\Reboot",
+         flag + "key =" + kKey + " value=1 rv=0",
+         "checkCoreFlags(): exit  rv=0x0",
          "Warn in checkCoreFlags(), RegQueryValueEx failed (possibly value doesn't exist) , valName=Reboot rv=0x2",
-         "checkCoreFlags(): exit  rv=0x2", "Trace in deleteCoreSetting(), key=" + kCert + " value=Propagate",
+         "checkCoreFlags(): exit  rv=0x2",
+         "Trace in deleteCoreSetting(), key=" + kCert + " value=Propagate",
          "Warn in checkCoreFlags(), RegCreateKey (VISTA: open key without DELETE permit!), key=" + kKey,
-         "Err in checkCoreFlags(), Open " + kFlags + " failed, rv=0x3fd", "checkCoreFlags(): exit  rv=0x3fd",
-         "Err in markReboot(), createSubKeyPath " + kFlags + " failed, rv=0x3fd", raise + "markReboot, failed., 0x3fd",
-         raise + "markCoreFlag, failed., 0x3fd", at + std::to_string(platform), platform == PL_WINNT4 ? no : ok, at + "0",
-         none, at + "1", is + "Win95", no, at + "2", is + "Win98", no, at + "3", is + "WinNT4", no, at + "4", is + "Win2K",
-         ok, at + "5", is + "PL_WINNTXP", ok, at + "6", is + "PL_WINVISTA", ok, at + "9", none}))
+         "Err in checkCoreFlags(), Open " + kFlags + " failed, rv=0x3fd",
+         "checkCoreFlags(): exit  rv=0x3fd",
+         "Err in markReboot(), createSubKeyPath " + kFlags + " failed, rv=0x3fd",
+         raise + "markReboot, failed., 0x3fd",
+         raise + "markCoreFlag, failed., 0x3fd",
+         at + std::to_string(platform),
+         platform == PL_WINNT4 ? no : ok,
+         at + "0",
+         none,
+         at + "1",
+         is + "Win95",
+         no,
+         at + "2",
+         is + "Win98",
+         no,
+         at + "3",
+         is + "WinNT4",
+         no,
+         at + "4",
+         is + "Win2K",
+         ok,
+         at + "5",
+         is + "PL_WINNTXP",
+         ok,
+         at + "6",
+         is + "PL_WINVISTA",
+         ok,
+         at + "9",
+         none}))
         << log.dump();
 }
 
@@ -80,37 +116,70 @@ TEST(Versions, FlagsPlatformAndInstaller) {
 TEST(Frame, ResultLogAndErrors) {
     ASSERT_TRUE(CopyFileA(zktest::env("ZK_DLL").c_str(), kCopy.c_str(), FALSE));
     LogCapture log;
-    EXPECT_EQ(std::vector<uint32_t>({runAction({"Act", true}, [] { return SetLastError(2), printError("CopyFileA"), 0u; }),
-                     runAction({"Soft", false}, [] { return coreThrow("given", 0x6ba), 0u; }),
-                     runAction({"Hard", true}, [] { return SetLastError(5), coreThrow("last", 0), 0u; }),
-                     runAction({"Cancel", false}, [] { return 1602u; }), runAction({"Bare", true}, []() -> UINT { throw 1605u; }),
-                     runAction({"Odd", true}, []() -> UINT { throw std::bad_alloc(); }),
-                     runAction({"Core", true, true}, [] { return SetLastError(0), coreThrow("none", 0), 0u; }),
-                     runAction({"B", true}, [] { return SetLastError(87), checkBool(FALSE, ""), 0u; }),
-                     runAction({"E", true}, [] { return checkError(5, ""), 0u; }),
-                     runAction({"H", true}, [] { return SetLastError(6), checkHandle(INVALID_HANDLE_VALUE, ""), 0u; }),
-                     runAction({"P", true}, [] { return SetLastError(14), checkPointer(nullptr, ""), 0u; }),
-                     runAction({"Ok", true}, [] {  // the checks raise only on failure
-                         return SetLastError(9), checkBool(1, ""), checkHandle(0, ""), checkPointer("", ""), checkError(0, ""), 7u;
-                     })}),
+    EXPECT_EQ(std::vector<uint32_t>(
+                  {runAction({"Act", true}, [] { return SetLastError(2), printError("CopyFileA"), 0u; }),
+                   runAction({"Soft", false}, [] { return coreThrow("given", 0x6ba), 0u; }),
+                   runAction({"Hard", true}, [] { return SetLastError(5), coreThrow("last", 0), 0u; }),
+                   runAction({"Cancel", false}, [] { return 1602u; }),
+                   runAction({"Bare", true}, []() -> UINT { throw 1605u; }),
+                   runAction({"Odd", true}, []() -> UINT { throw std::bad_alloc(); }),
+                   runAction({"Core", true, true}, [] { return SetLastError(0), coreThrow("none", 0), 0u; }),
+                   runAction({"B", true}, [] { return SetLastError(87), checkBool(FALSE, ""), 0u; }),
+                   runAction({"E", true}, [] { return checkError(5, ""), 0u; }),
+                   runAction({"H", true}, [] { return SetLastError(6), checkHandle(INVALID_HANDLE_VALUE, ""), 0u; }),
+                   runAction({"P", true}, [] { return SetLastError(14), checkPointer(nullptr, ""), 0u; }),
+                   runAction({"Ok", true},
+                             [] {  // the checks raise only on failure
+                                 return SetLastError(9), checkBool(1, ""), checkHandle(0, ""), checkPointer("", ""),
+                                        checkError(0, ""), 7u;
+                             })}),
               std::vector<uint32_t>({0, 0, 5, 1602, 1605, 1603, 0x80090020, 87, 5, 6, 14, 7}));
     DeleteFileA(kCopy.c_str());
     EXPECT_EQ(log.count("canfail: 0") + log.count("canfail: 1"), 11);  // all but the successes
-    EXPECT_TRUE(log.hasInOrder(
-        {" ", " ", kRule, "Act << IN <time>", kCopy + " version:" + std::to_string(ZK_VERSION_MAJOR) + "." +
-         std::to_string(ZK_VERSION_MINOR) + " (build " + std::to_string(ZK_VERSION_BUILD) + ")", " ", " ",
-         "printError: entry <time>  CopyFileA", "printError: exit ", "Act >> OUT, rv = 0x0", "<time>", kRule,
-         "Error - EXCEPTION - coreThrow: given, 0x6ba", "Soft EXCEPTION: 0x6ba", "canfail: 0", "Soft >> OUT, rv = 0x6ba",
-         "Error - EXCEPTION - coreThrow: last, 0x5", "Hard EXCEPTION: 0x5", "canfail: 1", "Cancel << IN <time>",
-         "canfail: 0", "Cancel >> OUT, rv = 0x642", "<time>", kRule, "Cancel EXCEPTION - return UserExit",
-         "Bare EXCEPTION: 0x645", "Odd EXCEPTION (...)", "canfail: 1", "Odd >> OUT, rv = 0x643",
-         "Error - EXCEPTION - coreThrow: none, 0x80090020", "Err in Core, e.code(): result=2148073504"}))
+    EXPECT_TRUE(
+        log.hasInOrder({" ",
+                        " ",
+                        kRule,
+                        "Act << IN <time>",
+                        kCopy + " version:" + std::to_string(ZK_VERSION_MAJOR) + "." +
+                            std::to_string(ZK_VERSION_MINOR) + " (build " + std::to_string(ZK_VERSION_BUILD) + ")",
+                        " ",
+                        " ",
+                        "printError: entry <time>  CopyFileA",
+                        "printError: exit ",
+                        "Act >> OUT, rv = 0x0",
+                        "<time>",
+                        kRule,
+                        "Error - EXCEPTION - coreThrow: given, 0x6ba",
+                        "Soft EXCEPTION: 0x6ba",
+                        "canfail: 0",
+                        "Soft >> OUT, rv = 0x6ba",
+                        "Error - EXCEPTION - coreThrow: last, 0x5",
+                        "Hard EXCEPTION: 0x5",
+                        "canfail: 1",
+                        "Cancel << IN <time>",
+                        "canfail: 0",
+                        "Cancel >> OUT, rv = 0x642",
+                        "<time>",
+                        kRule,
+                        "Cancel EXCEPTION - return UserExit",
+                        "Bare EXCEPTION: 0x645",
+                        "Odd EXCEPTION (...)",
+                        "canfail: 1",
+                        "Odd >> OUT, rv = 0x643",
+                        "Error - EXCEPTION - coreThrow: none, 0x80090020",
+                        "Err in Core, e.code(): result=2148073504"}))
         << log.dump();
     EXPECT_NE(log.raw().find("Trace in printError, method CopyFileA: Failed with error=0x2, description: "), -1ull);
-    for (const auto& [code, name] : std::map<uint32_t, std::string>{
-             {0, "ERROR_SUCCESS"}, {259, "ERROR_NO_MORE_ITEMS"}, {1920, "ERROR_CANT_ACCESS_FILE"}, {3, "??Unknown error"},
-             {0x80092003, "CRYPT_E_FILE_ERROR"}, {0xE000020B, "ERROR_NO_SUCH_DEVINST"}, {1604, "??Unknown error"},
-             {0xE0000244, "ERROR_SIGNATURE_OSATTRIBUTE_MISMATCH"}})
+    for (const auto& [code, name] :
+         std::map<uint32_t, std::string>{{0, "ERROR_SUCCESS"},
+                                         {259, "ERROR_NO_MORE_ITEMS"},
+                                         {1920, "ERROR_CANT_ACCESS_FILE"},
+                                         {3, "??Unknown error"},
+                                         {0x80092003, "CRYPT_E_FILE_ERROR"},
+                                         {0xE000020B, "ERROR_NO_SUCH_DEVINST"},
+                                         {1604, "??Unknown error"},
+                                         {0xE0000244, "ERROR_SIGNATURE_OSATTRIBUTE_MISMATCH"}})
         EXPECT_EQ(errorName(int32_t(code)), name) << code;
 }
 
@@ -125,15 +194,32 @@ TEST(Exports, EveryActionRunsInItsFrame) {
     zktest::writeDword(HKEY_LOCAL_MACHINE, kKey, "Rollback", 1);
     LogCapture log;
     std::vector<std::string> want;
-    for (const std::string name :
-         {"CoreCheckRollback", "CoreInstall", "CoreUninstall", "CoreRepair", "CoreRollback", "CoreRegCleanup",
-          "CoreForcedClearanceUninstall", "CoreCheckReboot", "CoreCheckUninstall", "CoreCheckRMbehave", "CoreStoreProps",
-          "CoreInstallReaders", "CoreInstallReadersEx", "CoreRemoveReaders", "CoreRemoveReadersEx", "CoreCheckSessions",
-          "CoreCheckUncompatibleApp", "CoreCheckWindowsFileProtection", "PKIInstall", "PKIRegInstall", "PKIRemove"}) {
+    for (const std::string name : {"CoreCheckRollback",
+                                   "CoreInstall",
+                                   "CoreUninstall",
+                                   "CoreRepair",
+                                   "CoreRollback",
+                                   "CoreRegCleanup",
+                                   "CoreForcedClearanceUninstall",
+                                   "CoreCheckReboot",
+                                   "CoreCheckUninstall",
+                                   "CoreCheckRMbehave",
+                                   "CoreStoreProps",
+                                   "CoreInstallReaders",
+                                   "CoreInstallReadersEx",
+                                   "CoreRemoveReaders",
+                                   "CoreRemoveReadersEx",
+                                   "CoreCheckSessions",
+                                   "CoreCheckUncompatibleApp",
+                                   "CoreCheckWindowsFileProtection",
+                                   "PKIInstall",
+                                   "PKIRegInstall",
+                                   "PKIRemove"}) {
         dll.get<Any>(name.c_str())(0, 0, 0, 0, 0, 0, 0, 0);
         want.insert(want.end(), {kRule, name + " << IN <time>", "getFileVersion():: failure in GetFileVersionInfoSize",
                                  kCopy + " version:unknown (file located in the Binary table of msi)"});
-        if (name == "CoreCheckRollback") want.insert(want.end(), {"Rollback must occur: flags=1", name + " >> OUT, rv = 0x643"});
+        if (name == "CoreCheckRollback")
+            want.insert(want.end(), {"Rollback must occur: flags=1", name + " >> OUT, rv = 0x643"});
     }
     EXPECT_TRUE(log.hasInOrder(want)) << log.dump();
     EXPECT_EQ(log.count(kRule), 48) << log.dump();  // each opened and closed; three run another inside
@@ -146,7 +232,8 @@ TEST(Exports, EveryActionRunsInItsFrame) {
 // A log that is a (symbolic or hard) link to another file is left alone (the
 // links are planted by CMakeLists.txt and here).
 TEST(Logging, LinkedLogsAreRefused) {
-    const std::string links = zktest::env("ZK_LOG_LINK_DIR") + "\\", target = links + "target.txt", tmp = zktest::env("TMP");
+    const std::string links = zktest::env("ZK_LOG_LINK_DIR") + "\\", target = links + "target.txt",
+                      tmp = zktest::env("TMP");
     std::ofstream(target, std::ios::binary) << "kept";
     CreateHardLinkA((links + "hard\\" + kLogFileName).c_str(), target.c_str(), nullptr);  // or made by an earlier run
     LogCapture log;
@@ -169,7 +256,6 @@ TEST(Reboot, OnlyWhenAskedAndNotSuppressed) {
         << log.dump();
 }
 
-
 // Only "SCARDSVR" spelt so is made automatic; a stopped service gets no stop
 // request; a missing one is no failure to stop or delete, but is to start.
 // Programs are ended where the name is part of theirs (case counts; an empty name matches none).
@@ -180,7 +266,8 @@ TEST(System, ServicesAndPrograms) {
     PROCESS_INFORMATION sleepers[2] = {};
     STARTUPINFOA si = {};
     si.cb = sizeof si;
-    for (auto& pi : sleepers) ASSERT_TRUE(CreateProcessA(nullptr, line.data(), nullptr, nullptr, 0, 0, nullptr, nullptr, &si, &pi));
+    for (auto& pi : sleepers)
+        ASSERT_TRUE(CreateProcessA(nullptr, line.data(), nullptr, nullptr, 0, 0, nullptr, nullptr, &si, &pi));
     SC_HANDLE scm = services.scm();
     bool reboot = false;
     LogCapture log;
@@ -198,21 +285,28 @@ TEST(System, ServicesAndPrograms) {
     for (int i : {0, 1}) GetExitCodeProcess(sleepers[i].hProcess, &code[i]);
     EXPECT_TRUE(code[0] == 0 && code[1] == 0) << code[0] << " " << code[1];  // ended by the call, with 0
     EXPECT_EQ(programs.lines().size(), 18u) << programs.dump();  // entry and exit of each call, three lines per program
-    const std::string start = "Err in ::startService, ", stop = "Trace in ::stopService, ", type = "::setServiceStartType, ";
-    EXPECT_TRUE(log.hasInOrder(
-        {"Trace in ::startService, service <scardsvr> started.",
-         "Err in " + type + "handle is NULL, hRM=" + std::to_string(uintptr_t(scm)) + " hSC=0",
-         "Err in " + type + "QueryServiceConfig failed ERROR_ACCESS_DENIED (0x5)",
-         "Trace in " + type + "service set to be as Automatically runned",
-         "Trace in ::startService, service <SCARDSVR> was running, status=0x4",
-         stop + "ControlService(SERVICE_CONTROL_STOP) stopped", stop + "service is not running.",
-         "Trace in ::deleteService, Service deleted: SCardSvr", start + "QueryServiceStatus failed or dwWin32ExitCode (0x42a)",
-         start + "service <zkFailingService> not started ...", start + "  Current State: 0x1", start + "  Exit Code: 0x42a",
-         start + "  Service Specific Exit Code: 0x2a", start + "service <zkNoSuchService> cannot be opened: (0x424)",
-         "::startService: exit  (ret=0x424)",
-         stop + "OpenService() fails because ERROR_SERVICE_DOES_NOT_EXIST",
-         "Trace in ::deleteService, OpenService() fails because ERROR_SERVICE_DOES_NOT_EXIST",
-         "Trace in ::stopProccess, found running zksleeper.exe", "Trace in ::stopProccess, try TerminateProcess zksleeper.exe",
-         "Trace in ::stopProccess, killed zksleeper.exe", "::stopProccess: exit , reboot(0)"}))
+    const std::string start = "Err in ::startService, ", stop = "Trace in ::stopService, ",
+                      type = "::setServiceStartType, ";
+    EXPECT_TRUE(log.hasInOrder({"Trace in ::startService, service <scardsvr> started.",
+                                "Err in " + type + "handle is NULL, hRM=" + std::to_string(uintptr_t(scm)) + " hSC=0",
+                                "Err in " + type + "QueryServiceConfig failed ERROR_ACCESS_DENIED (0x5)",
+                                "Trace in " + type + "service set to be as Automatically runned",
+                                "Trace in ::startService, service <SCARDSVR> was running, status=0x4",
+                                stop + "ControlService(SERVICE_CONTROL_STOP) stopped",
+                                stop + "service is not running.",
+                                "Trace in ::deleteService, Service deleted: SCardSvr",
+                                start + "QueryServiceStatus failed or dwWin32ExitCode (0x42a)",
+                                start + "service <zkFailingService> not started ...",
+                                start + "  Current State: 0x1",
+                                start + "  Exit Code: 0x42a",
+                                start + "  Service Specific Exit Code: 0x2a",
+                                start + "service <zkNoSuchService> cannot be opened: (0x424)",
+                                "::startService: exit  (ret=0x424)",
+                                stop + "OpenService() fails because ERROR_SERVICE_DOES_NOT_EXIST",
+                                "Trace in ::deleteService, OpenService() fails because ERROR_SERVICE_DOES_NOT_EXIST",
+                                "Trace in ::stopProccess, found running zksleeper.exe",
+                                "Trace in ::stopProccess, try TerminateProcess zksleeper.exe",
+                                "Trace in ::stopProccess, killed zksleeper.exe",
+                                "::stopProccess: exit , reboot(0)"}))
         << log.dump();
 }

@@ -3,16 +3,15 @@
 // each checked from outside (devices, services, filter list, settings, flags,
 // the library's log).
 #include <gtest/gtest.h>
-
-#include <windows.h>
 #include <setupapi.h>
+#include <windows.h>
 
 #include <fstream>
 #include <sstream>
 
 #include "doubles/scardsvr/TestServices.h"
-#include "support/TestDevices.h"
 #include "support/DriverStage.h"
+#include "support/TestDevices.h"
 #include "support/TestLog.h"
 #include "support/TestProcess.h"
 #include "support/TestRegistry.h"
@@ -50,7 +49,8 @@ std::string upperFilters() {
 std::string product() {
     std::ostringstream s;
     size_t infs = 0;
-    for (const char* inf : {"bvsifdh.inf", "bvsup.inf", "zKSCFLT.inf"}) infs += DriverStage::installedInfCopies(inf).size();
+    for (const char* inf : {"bvsifdh.inf", "bvsup.inf", "zKSCFLT.inf"})
+        infs += DriverStage::installedInfCopies(inf).size();
     s << "readers=" << devicesWithId("*BVS0001").size() << " fake=" << devicesWithId("*BVS0009").size()
       << " infs=" << infs << " services=";
     zk::ServiceHandle scm(OpenSCManagerA(nullptr, nullptr, SC_MANAGER_CONNECT));
@@ -87,7 +87,8 @@ TEST_F(Package, InstallRepairUpgradeAndRemove) {
         << readFile(kInstallerLog);
     // Wine reports Windows 7 and no elevated session check ran before, so the fake reader comes too.
     const std::string installed = product();
-    EXPECT_EQ(installed, "readers=3 fake=1 infs=2 services=BVSIFDH,zKSCFLT, filters=otherflt,zKSCFLT settings=1 files=1");
+    EXPECT_EQ(installed,
+              "readers=3 fake=1 infs=2 services=BVSIFDH,zKSCFLT, filters=otherflt,zKSCFLT settings=1 files=1");
     for (const auto& reader : devicesWithId("*BVS0001")) EXPECT_EQ(deviceProperty(reader, SPDRP_SERVICE), "bvsifdh");
     const std::string flags = std::string(kMiddleware) + "\\Install";
     EXPECT_EQ(readDword(HKEY_LOCAL_MACHINE, flags, "UninstRegClean"), std::optional<DWORD>(1));
@@ -118,7 +119,8 @@ TEST_F(Package, InstallRepairUpgradeAndRemove) {
 // installation rolls everything back and msiexec reports 1603.
 TEST_F(Package, FailedInstallationRollsBack) {
     LogCapture log;
-    const std::string hostile = " ZK_READERS=1000 ZK_FAKE_READER=\"1;\"\"x\" ZK_CLEAR_REGISTRY=" + std::string(300, '7');
+    const std::string hostile =
+        " ZK_READERS=1000 ZK_FAKE_READER=\"1;\"\"x\" ZK_CLEAR_REGISTRY=" + std::string(300, '7');
     EXPECT_EQ(msiexec("/i " + package("sample-fail.msi") + hostile), static_cast<DWORD>(ERROR_INSTALL_FAILURE));
     const std::string installerLog = readFile(kInstallerLog);
     for (const char* note : {"ZK_READERS is not a number from 1 to 31; using 2", "ZK_FAKE_READER is neither 0 nor 1",

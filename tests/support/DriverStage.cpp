@@ -85,7 +85,8 @@ DriverStage::DriverStage() {
     for (const std::string& dir : {sys + "\\setup", sys + "\\setup\\Brevant", setupFolder()})
         CreateDirectoryA(dir.c_str(), nullptr);
     for (const char* name : kNames)
-        for (const char* ext : {".inf", ".sys", ".cat"}) replaceSource(name + std::string(ext), std::string("package\\") + name + ext);
+        for (const char* ext : {".inf", ".sys", ".cat"})
+            replaceSource(name + std::string(ext), std::string("package\\") + name + ext);
 }
 
 DriverStage::~DriverStage() { cleanUp(); }
@@ -140,7 +141,8 @@ void DriverStage::cleanUp() {
 
     for (const auto& name : filesIn(setupFolder(), "*")) DeleteFileA((setupFolder() + "\\" + name).c_str());
     const std::string sys = zk::systemDirectory();
-    for (const std::string& dir : {setupFolder(), sys + "\\setup\\Brevant", sys + "\\setup"}) RemoveDirectoryA(dir.c_str());
+    for (const std::string& dir : {setupFolder(), sys + "\\setup\\Brevant", sys + "\\setup"})
+        RemoveDirectoryA(dir.c_str());
 }
 
 }  // namespace zktest

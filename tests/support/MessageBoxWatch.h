@@ -11,7 +11,9 @@ namespace zktest {
 
 class MessageBoxWatch {
 public:
-    explicit MessageBoxWatch(int answer) : hook_(SetWindowsHookExA(WH_CBT, onActivate, nullptr, GetCurrentThreadId())) { state() = {answer, 0, "", nullptr}; }
+    explicit MessageBoxWatch(int answer) : hook_(SetWindowsHookExA(WH_CBT, onActivate, nullptr, GetCurrentThreadId())) {
+        state() = {answer, 0, "", nullptr};
+    }
     ~MessageBoxWatch() { UnhookWindowsHookEx(hook_); }
     MessageBoxWatch(const MessageBoxWatch&) = delete;
     MessageBoxWatch& operator=(const MessageBoxWatch&) = delete;
@@ -19,13 +21,21 @@ public:
     int count() const { return state().count; }
 
 private:
-    struct State { int answer, count; std::string caption; HWND box; };
-    static State& state() { static State s; return s; }
+    struct State {
+        int answer, count;
+        std::string caption;
+        HWND box;
+    };
+    static State& state() {
+        static State s;
+        return s;
+    }
     static LRESULT CALLBACK onActivate(int code, WPARAM wParam, LPARAM lParam) {
         const HWND window = reinterpret_cast<HWND>(wParam);
         char text[256] = {};
         State& s = state();
-        if (code == HCBT_ACTIVATE && window != s.box && GetClassNameA(window, text, sizeof text) && std::string(text) == "#32770") {
+        if (code == HCBT_ACTIVATE && window != s.box && GetClassNameA(window, text, sizeof text) &&
+            std::string(text) == "#32770") {
             s.box = window;
             ++s.count;
             GetWindowTextA(window, text, sizeof text);

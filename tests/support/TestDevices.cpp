@@ -1,7 +1,7 @@
 #include "support/TestDevices.h"
 
-#include <setupapi.h>
 #include <newdev.h>
+#include <setupapi.h>
 
 #include <functional>
 #include <stdexcept>
@@ -66,8 +66,8 @@ std::string TestDevices::addReader(const std::string& hardwareId, bool driver) {
     made_.push_back(registerDevice("SmartCardReader", DICD_GENERATE_ID, hardwareId, {}));
     const std::string inf = DriverStage::fixture("package\\bvsifdh.inf");
     BOOL reboot = FALSE;
-    require(!driver || UpdateDriverForPlugAndPlayDevicesA(nullptr, hardwareId.c_str(), inf.c_str(),
-                                                          INSTALLFLAG_FORCE, &reboot),
+    require(!driver || UpdateDriverForPlugAndPlayDevicesA(nullptr, hardwareId.c_str(), inf.c_str(), INSTALLFLAG_FORCE,
+                                                          &reboot),
             "UpdateDriverForPlugAndPlayDevicesA");
     return made_.back();
 }

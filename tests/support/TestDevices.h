@@ -2,9 +2,8 @@
 // destructor, and what the device tree holds afterwards.
 #pragma once
 
-#include <windows.h>
-
 #include <setupapi.h>
+#include <windows.h>
 
 #include <functional>
 #include <string>

@@ -32,7 +32,8 @@ ProcessResult runProcess(const std::string& commandLine) {
     if (!started) return result;
     zk::KernelHandle process(pi.hProcess), thread(pi.hThread);
     char buf[4096];
-    for (DWORD got = 0; ReadFile(readEnd.get(), buf, sizeof buf, &got, nullptr) && got > 0;) result.output.append(buf, got);
+    for (DWORD got = 0; ReadFile(readEnd.get(), buf, sizeof buf, &got, nullptr) && got > 0;)
+        result.output.append(buf, got);
     WaitForSingleObject(pi.hProcess, INFINITE);
     GetExitCodeProcess(pi.hProcess, &result.exitCode);
     return result;

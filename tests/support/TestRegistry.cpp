@@ -19,7 +19,8 @@ void deleteTree(HKEY root, const std::string& path) {
     zk::RegKey key = open(root, path, KEY_ALL_ACCESS);
     std::vector<std::string> children;
     char name[512];
-    for (DWORD i = 0, len = sizeof name; key && !RegEnumKeyExA(key.get(), i, name, &len, 0, 0, 0, 0); ++i, len = sizeof name)
+    for (DWORD i = 0, len = sizeof name; key && !RegEnumKeyExA(key.get(), i, name, &len, 0, 0, 0, 0);
+         ++i, len = sizeof name)
         children.emplace_back(name);
     for (const auto& child : children) deleteTree(key.get(), child);
     RegDeleteKeyExA(root, path.c_str(), kView, 0);

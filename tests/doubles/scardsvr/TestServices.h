@@ -23,9 +23,8 @@ public:
             if (!s) continue;
             // Gone for good before the next test registers the name again.
             ControlService(s.get(), SERVICE_CONTROL_STOP, &status);
-            for (int i = 0; i < 100000 && QueryServiceStatus(s.get(), &status) &&
-                            status.dwCurrentState != SERVICE_STOPPED;
-                 ++i) {
+            for (int i = 0;
+                 i < 100000 && QueryServiceStatus(s.get(), &status) && status.dwCurrentState != SERVICE_STOPPED; ++i) {
             }
             DeleteService(s.get());
         }

@@ -8,7 +8,7 @@
 //                            GetStatusChange:<reader>, ListCardsSize, ListCardsData
 // and the stand-in records what it was asked:
 //   Calls\<function>         REG_DWORD number of calls (Established/Released count contexts)
-//   Calls\LastScope, LastCurrentState
+//   Calls\LastCurrentState  the state the last status query came with
 #include <windows.h>
 
 #include <cstdio>
@@ -46,7 +46,7 @@ DWORD readDword(const char* sub, const std::string& name, DWORD fallback) {
     const std::string path = std::string(kRoot) + "\\" + sub;
     DWORD v = 0, size = sizeof v;
     return RegGetValueA(HKEY_LOCAL_MACHINE, path.c_str(), name.c_str(), RRF_RT_REG_DWORD, nullptr, &v, &size) ? fallback
-                                                                                                                : v;
+                                                                                                              : v;
 }
 
 void writeDword(const std::string& name, DWORD value) {
@@ -96,9 +96,8 @@ std::string hexOf(const BYTE* bytes, size_t n) {
 
 extern "C" {
 
-LONG WINAPI SCardEstablishContext(DWORD scope, const void*, const void*, Context* context) {
+LONG WINAPI SCardEstablishContext(DWORD, const void*, const void*, Context* context) {
     count("EstablishContext");
-    writeDword("LastScope", scope);
     const LONG rv = forced("EstablishContext");
     if (rv) return rv;
     count("Established");
