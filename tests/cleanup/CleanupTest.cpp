@@ -7,6 +7,7 @@
 #include <fstream>
 #include <optional>
 
+#include "support/MessageBoxWatch.h"
 #include "cleanup/FileCleanup.h"
 #include "cleanup/RMTable.h"
 #include "drivers/DriverRegistry.h"
@@ -14,7 +15,6 @@
 #include "frame/Exports.h"
 #include "frame/Platform.h"
 #include "support/DriverStage.h"
-#include "support/MessageBoxWatch.h"
 #include "support/StandIn.h"
 #include "support/TestDevices.h"
 #include "support/TestLog.h"

@@ -1,9 +1,9 @@
 // Client settings from installer properties and their removal, the browsers'
 // security-module registration (a recording modutil stand-in, questions
 // answered through the installer's external UI) and the process test.
+#include "msi/TestBed.h"
 #include "config/BrowserModules.h"
 #include "config/RangeTable.h"
-#include "msi/TestBed.h"
 #include "system/ProcessRunning.h"
 
 namespace {

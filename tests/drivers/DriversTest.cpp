@@ -2,7 +2,6 @@
 // library binding, driver staging and catalogs, reader devices, and the
 // install, check and reader-count actions, seen from outside.
 #include <gtest/gtest.h>
-#include <msiquery.h>
 
 #include <algorithm>
 #include <fstream>
@@ -19,6 +18,7 @@
 #include "support/TestLog.h"
 #include "support/TestRegistry.h"
 #include "support/TestSession.h"
+#include <msiquery.h>
 
 using namespace zktest;
 using zk::Win2KCoreInstaller;

@@ -1,12 +1,12 @@
 // The installer-service wrapper on real sessions (tests/fixtures/session.wxs),
 // the pre-install checks, and older releases (tests/fixtures/releases)
 // installed with msiexec: discovery, package edits and removal strategies.
+#include "msi/TestBed.h"
+#include "support/MessageBoxWatch.h"
 #include "frame/Exception.h"
 #include "frame/Win32.h"
 #include "msi/PreInstallChecks.h"
-#include "msi/TestBed.h"
 #include "msi/msiWrapper.h"
-#include "support/MessageBoxWatch.h"
 
 namespace {
 

@@ -3,15 +3,16 @@
 // each checked from outside (devices, services, filter list, settings, flags,
 // the library's log).
 #include <gtest/gtest.h>
-#include <setupapi.h>
+
 #include <windows.h>
+#include <setupapi.h>
 
 #include <fstream>
 #include <sstream>
 
 #include "doubles/scardsvr/TestServices.h"
-#include "support/DriverStage.h"
 #include "support/TestDevices.h"
+#include "support/DriverStage.h"
 #include "support/TestLog.h"
 #include "support/TestProcess.h"
 #include "support/TestRegistry.h"

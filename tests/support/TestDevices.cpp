@@ -1,7 +1,7 @@
 #include "support/TestDevices.h"
 
-#include <newdev.h>
 #include <setupapi.h>
+#include <newdev.h>
 
 #include <functional>
 #include <stdexcept>

@@ -2,8 +2,9 @@
 // destructor, and what the device tree holds afterwards.
 #pragma once
 
-#include <setupapi.h>
 #include <windows.h>
+
+#include <setupapi.h>
 
 #include <functional>
 #include <string>
