@@ -92,6 +92,31 @@ TEST(Checks, SessionsAndVersions) {
                 zk::isUncompatibleVersion(4, 50, 4, 50) && !zk::isUncompatibleVersion(4, 51, 4, 50));
 }
 
+// The runtime files: Wine's msvcp60.dll carries no version data (read as
+// missing), so our own DLL with its version resource stands in for a real one.
+// (msvcrt.dll cannot be shown: Wine answers the loaded module's version.)
+TEST(Checks, FileProtectionMarksMissingRuntimeFiles) {
+    const std::string path = zk::systemDirectory() + "\\msvcp60.dll", backup = path + ".zk-backup";
+    const std::string op = "CoreCheckWindowsFileProtection, ";
+    ASSERT_TRUE(MoveFileExA(path.c_str(), backup.c_str(), MOVEFILE_REPLACE_EXISTING));
+    UINT present = 9, missing = 9, unreadable = 9;
+    LogCapture log;
+    CopyFileA(env("ZK_DLL").c_str(), path.c_str(), FALSE);
+    CoreCheckWindowsFileProtection(0, "setup.exe", &present);
+    DeleteFileA(path.c_str());
+    CoreCheckWindowsFileProtection(0, nullptr, &missing);
+    CreateDirectoryA(path.c_str(), nullptr);  // there, but not readable: an error, not a gap
+    CoreCheckWindowsFileProtection(0, "x", &unreadable);
+    RemoveDirectoryA(path.c_str());
+    MoveFileExA(backup.c_str(), path.c_str(), MOVEFILE_REPLACE_EXISTING);
+    EXPECT_TRUE(present == 0 && missing == 2 && unreadable == 0) << present << missing << unreadable;
+    EXPECT_TRUE(
+        log.hasInOrder({"Trace in " + op + "result(exist msvcrt.dll and msvcp60.dll) = [0] on file setup.exe",
+                        "Warn in " + op + ", There is no file <" + path + "> exist - so assumed not protected"}))
+        << log.dump();
+    EXPECT_NE(log.raw().find("Err in " + op + "getFileVersion() on " + path + " failed, err=0x"), std::string::npos);
+}
+
 TEST(Products, DiscoveryEditsAndRemoval) {
     releases({"mrv39.msi", "mrv350.msi", "mrv450.msi"});
     zk::msiWrapper w;
