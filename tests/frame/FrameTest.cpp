@@ -107,6 +107,7 @@ TEST(Versions, FlagsPlatformAndInstaller) {
          at + "9",
          none}))
         << log.dump();
+    EXPECT_EQ(log.raw().find("RegDeleteValue() failed"), std::string::npos) << "a consumed flag is deleted cleanly";
 }
 
 // The result the installer sees and the frame's log, by what the body does:
