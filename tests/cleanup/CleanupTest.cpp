@@ -18,6 +18,7 @@
 #include "support/StandIn.h"
 #include "support/TestDevices.h"
 #include "support/TestLog.h"
+#include "support/TestProcess.h"
 #include "support/TestRegistry.h"
 #include "support/TestSession.h"
 
@@ -38,7 +39,8 @@ const std::string kCalais = "Software\\Microsoft\\Cryptography\\Calais\\Readers"
                   kServices = "SYSTEM\\CurrentControlSet\\Services\\";
 const std::string kZenkey = "Software\\Brevant\\Zenkey", kMaker = "Brevant Secure Systems Ltd.";
 const std::string kHeld = DriverStage::driversFolder() + "\\zKSCFLT.sys",
-                  kVidPid = "Trace in Win2KCoreInstaller::cleanOldVidPids(), ";
+                  kVidPid = "Trace in Win2KCoreInstaller::cleanOldVidPids(), ",
+                  kOverrides = "Software\\Wine\\AppDefaults\\zkrun.exe\\DllOverrides";
 
 bool exists(const std::string& file) { return GetFileAttributesA(file.c_str()) != INVALID_FILE_ATTRIBUTES; }
 void writeFile(const std::string& path, const std::string& text) { std::ofstream(path, std::ios::binary) << text; }
@@ -289,54 +291,90 @@ TEST(Files, InfPackagesWithTheirTwinsAndTheSettingsFile) {
         << log.dump();
 }
 
-// ---- The uninstall actions (Vista, and XP where the forced clearance follows;
-// "UninstallOnce" runs on Vista only).
+// ---- The uninstall actions on what a real CoreInstall left: Vista, and XP where the forced clearance
+// follows ("UninstallOnce" runs on Vista only).
 
-TEST(Uninstall, RemovesTheProductKeepsTheDecoys) {
+// Another vendor's things, planted before the install; gone() names those a removal took.
+struct Decoys {
+    Decoys() {
+        writeRaw(HKEY_LOCAL_MACHINE, kReaderClassKey, "UpperFilters", REG_MULTI_SZ, {"OtherFlt\0\0", 10});
+        writeFile(inf, "[Version]\r\nCatalogFile = xbvsup.cat\r\n");  // like ours, another vendor's catalog
+        writeDword(HKEY_LOCAL_MACHINE, "Software\\Brevant\\Other", "v", 1),
+            writeDword(HKEY_LOCAL_MACHINE, kZenkey, "x", 7);
+        service.create("OtherVendorSvc");
+    }
+    ~Decoys() {
+        DeleteFileA(inf.c_str()), deleteValue(HKEY_LOCAL_MACHINE, kReaderClassKey, "UpperFilters");
+        deleteTree(HKEY_LOCAL_MACHINE, "Software\\Brevant");
+    }
+    std::string gone() const {
+        return std::string(deviceExists(device) ? "" : " device") +
+               (service.open("OtherVendorSvc", SERVICE_QUERY_STATUS) ? "" : " service") +
+               (filterList() == std::string("OtherFlt\0\0", 10) ? "" : " filter") + (exists(inf) ? "" : " inf") +
+               (keyExists(HKEY_LOCAL_MACHINE, "Software\\Brevant\\Other") ? "" : " key") +
+               (readDword(HKEY_LOCAL_MACHINE, kZenkey, "x") == 7u ? "" : " value");
+    }
+    TestServices service;
+    TestDevices devices;
+    const std::string device = devices.addReader("*OTH0001"), inf = DriverStage::infFolder() + "\\oem95.inf";
+};
+
+// What is left of the product, seen from outside: devices, services, INF copies, driver and staged files, filter.
+std::string productLeft(const TestServices& scm) {
+    std::string left = std::string(devicesWithId("*BVS0001").size() + devicesWithId("*BVS0009").size(), 'D');
+    for (const std::string name : {"BVSIFDH", "BVSUP", "zKSCFLT"}) {
+        left += scm.open(name, SERVICE_QUERY_STATUS) || keyExists(HKEY_LOCAL_MACHINE, kServices + name) ? " svc " : "";
+        left += DriverStage::installedInfCopies(name + ".inf").empty() ? "" : " inf " + name;
+        for (const std::string& file :
+             {DriverStage::driversFolder() + "\\" + name + ".sys", DriverStage::setupFolder() + "\\" + name + ".sys",
+              DriverStage::setupFolder() + "\\" + name + ".inf", DriverStage::setupFolder() + "\\" + name + ".cat"})
+            left += exists(file) ? " " + file : "";
+    }
+    return left + (filterList().find("zKSCFLT") != std::string::npos ? " filter" : "");
+}
+
+TEST(Uninstall, WhatAnInstallationLeftGoesAnotherVendorsThingsStay) {
     ScardSvrService scardSvr;
     Scenario noReaders;  // the resource manager sees no reader
     DriverStage stage;
-    TestServices decoyService;
-    decoyService.create("OtherVendorSvc");
-    Win2KCoreInstaller().copy_oem(false);  // the filter, its list entry and the INF copies
-    writeRaw(HKEY_LOCAL_MACHINE, kReaderClassKey, "UpperFilters", REG_MULTI_SZ, {"OtherFlt\0zKSCFLT\0\0", 18});
-    writeString(HKEY_LOCAL_MACHINE, kCalais + "\\BVS VR 0\\Deep", "x",
-                "");  // the resource manager's key of a product reader
+    Decoys decoys;
+    UINT slot = 0;
+    ASSERT_EQ(CoreInstall(0, 5, 3, 1, &slot, 0, 0, nullptr), 0u);
+    ASSERT_TRUE(devicesWithId("*BVS0001").size() == 3 && filterList() == std::string("OtherFlt\0zKSCFLT\0\0", 18));
+    // The removal helpers' share: a reader id in lower case, the resource manager's key of a reader,
+    // tokens of ours and of others, stale instance keys of another product id; INF copies deleted by hand.
     TestDevices devices;
-    for (const char* id : {"*BVS0001", "*BVS0001", "*bvs0009"}) devices.addReader(id);
-    const std::string decoy = devices.addReader("*OTH0001"),
-                      token1 = devices.addUsb("VID_7A3C&PID_0001", "ZK0001", kMaker);
-    const std::string token2 = devices.addUsb("VID_7a3c&PID_0002", "ZK0002", kMaker);
-    const std::string otherVendor = devices.addUsb("VID_1234&PID_0001", "XY0001", kMaker);
-    const std::string otherFirmware = devices.addUsb("VID_7A3C&PID_0001", "ZK0003", "Brevant Systems");
-    const std::string otherPid = "SYSTEM\\CurrentControlSet\\Enum\\USB\\VID_7A3C&PID_0042\\";  // stale instance keys
+    devices.addReader("*bvs0009");
+    writeString(HKEY_LOCAL_MACHINE, kCalais + "\\BVS VR 0\\Deep", "x", "");
+    const std::string token1 = devices.addUsb("VID_7A3C&PID_0001", "ZK0001", kMaker),
+                      token2 = devices.addUsb("VID_7a3c&PID_0002", "ZK0002", kMaker),
+                      otherVendor = devices.addUsb("VID_1234&PID_0001", "XY0001", kMaker),
+                      otherFirmware = devices.addUsb("VID_7A3C&PID_0001", "ZK0003", "Brevant Systems");
+    const std::string otherPid = "SYSTEM\\CurrentControlSet\\Enum\\USB\\VID_7A3C&PID_0042\\";
     writeString(HKEY_LOCAL_MACHINE, otherPid + "ZKOWN\\Device Parameters", "x", "");
     writeString(HKEY_LOCAL_MACHINE, otherPid + "ZKOWN", "Service", "BVSUP");
-    for (const std::string& copy : DriverStage::installedInfCopies("bvsup.inf"))
-        DeleteFileA(copy.c_str());  // already gone
+    for (const std::string& copy : DriverStage::installedInfCopies("bvsup.inf")) DeleteFileA(copy.c_str());
+    // The machine's and a user's product trees: the registry clean-up takes all but the machine's zKFormat.
+    const std::string user = "S-1-5-21-0-0-0-1000\\" + kZenkey,
+                      trees[] = {"Cache",       "logging",      "MIDDLEWARE", "CachedCertificates", "Core", "zKCAPI",
+                                 "zKCertStore", "zKProperties", "zKFormat"};
+    for (const std::string& key : trees)
+        writeDword(HKEY_LOCAL_MACHINE, kZenkey + "\\" + key + "\\Deep", "v", 1),
+            writeDword(HKEY_USERS, user + "\\" + key, "v", 1);
+
     LogCapture log;
-    EXPECT_EQ(0u, CoreUninstall(1, 0));
-    const bool vista =
-        getPlatform() == PL_WINVISTA;  // on XP the forced clearance takes the vendor's keys without a service
-    EXPECT_TRUE(devicesWithId("*BVS0001").empty() && devicesWithId("*BVS0009").empty() && !deviceExists(token1) &&
-                !deviceExists(token2));
-    EXPECT_TRUE(deviceExists(decoy) && deviceExists(otherVendor) && deviceExists(otherFirmware) == vista);
-    EXPECT_TRUE(keyExists(HKEY_LOCAL_MACHINE, otherPid + "ZKOWN") == vista);
-    EXPECT_FALSE(keyExists(HKEY_LOCAL_MACHINE, kCalais + "\\BVS VR 0"));
-    EXPECT_TRUE(!decoyService.open("BVSUP", SERVICE_QUERY_STATUS) &&
-                !decoyService.open("zKSCFLT", SERVICE_QUERY_STATUS) &&
-                decoyService.open("OtherVendorSvc", SERVICE_QUERY_STATUS));
-    EXPECT_EQ(filterList(), std::string("OtherFlt\0\0", 10));
-    EXPECT_TRUE(DriverStage::installedInfCopies("bvsifdh.inf").empty());
-    // Vista deletes the staged files itself, XP through the forced clearance that follows.
-    for (const char* name : {"bvsup", "bvsifdh", "zKSCFLT"})
-        for (const char* ext : {".sys", ".inf", ".cat"})
-            EXPECT_FALSE(exists(DriverStage::setupFolder() + "\\" + name + ext) || exists(kHeld)) << name << ext;
-    EXPECT_EQ(log.raw().find("Cannot delete file"), std::string::npos) << "missing files are no error";
+    EXPECT_EQ(CoreUninstall(1, 0) + CoreRegCleanup(0), 0u);
+    std::string left = productLeft(decoys.service) + " | decoys gone:" + decoys.gone() + " | trees left:";
+    for (const std::string& key : trees)
+        left += (keyExists(HKEY_LOCAL_MACHINE, kZenkey + "\\" + key) ? " M" : "") +
+                std::string(keyExists(HKEY_USERS, user + "\\" + key) ? " U" : "");
+    EXPECT_EQ(left, " | decoys gone: | trees left: M");
+    const bool vista = getPlatform() == PL_WINVISTA;  // on XP the forced clearance takes keys without a service too
+    EXPECT_TRUE(!deviceExists(token1) && !deviceExists(token2) && deviceExists(otherVendor) &&
+                deviceExists(otherFirmware) == vista && keyExists(HKEY_LOCAL_MACHINE, otherPid + "ZKOWN") == vista &&
+                !keyExists(HKEY_LOCAL_MACHINE, kCalais + "\\BVS VR 0") && !log.has("Cannot delete file"));
     EXPECT_LOG(
-        log, "Warn in " + kRemove + ", found devToRemove=*BVS0001, osdevice=*BVS0001",
-        "Warn in " + kRemove + ", found devToRemove=*BVS0009, osdevice=*bvs0009",
-        "Err in Win2KCoreInstaller::core_uninstall(), CANNOT FIND BVSIFDH OEM INF! ",
+        log, "Warn in " + kRemove + ", found devToRemove=*BVS0009, osdevice=*bvs0009",
         "Err in Win2KCoreInstaller::core_uninstall(), CANNOT FIND BVSUP OEM INF! ",
         "Trace in " + kUsbOp + ", not Brevant device -> Manufacturer: Brevant Systems HID: USB\\VID_7A3C&PID_0001",
         "Trace in " + kUsbOp + ", \tRemoving [2] devices...", "Trace in " + kUsbOp + ", OK!",
@@ -350,14 +388,11 @@ TEST(Uninstall, RemovesTheProductKeepsTheDecoys) {
         << log.dump();
     if (vista) CoreForcedClearanceUninstall(0, 1);  // called directly it only refuses
     EXPECT_EQ(vista, log.has("Err in CoreForcedClearanceUninstall, Platform doesn't support forced cleanup:6"));
-
-    deleteValue(HKEY_LOCAL_MACHINE, kReaderClassKey, "UpperFilters");  // the decoy filter
-    deleteTree(HKEY_LOCAL_MACHINE, otherPid);
+    deleteTree(HKEY_LOCAL_MACHINE, otherPid), deleteTree(HKEY_USERS, "S-1-5-21-0-0-0-1000\\Software\\Brevant");
 }
 
-// The readers go at most as many as asked. Minimal hardware leaves the fake reader, the
-// filter package, its list entry and its service key (on XP the forced clearance would take them).
-// A token device class of an old release stops the removal after the readers.
+// The readers go at most as many as asked. Minimal hardware leaves the fake reader, the filter package,
+// its list entry and its service key. A token device class of an old release stops the removal after the readers.
 TEST(UninstallOnce, MinimalHardwareKeepsTheFakeReaderAndTheFilter) {
     ScardSvrService scardSvr;
     Scenario noReaders;
@@ -372,16 +407,12 @@ TEST(UninstallOnce, MinimalHardwareKeepsTheFakeReaderAndTheFilter) {
     Win2KCoreInstaller().core_remove_readers(2, rebootMode);  // at most two
     EXPECT_EQ(devicesWithId("*BVS0001").size(), 1u);
     LogCapture log;
-    EXPECT_EQ(0u, CoreUninstall(1, 1));
-    EXPECT_TRUE(devicesWithId("*BVS0001").empty() && deviceExists(fake) && exists(filterInf));
-    EXPECT_TRUE(filterList().find("zKSCFLT") != std::string::npos &&
-                keyExists(HKEY_LOCAL_MACHINE, kServices + "zKSCFLT"));
-    EXPECT_LOG(log,
-               "Trace in Win2KCoreInstaller::core_uninstall(),  FilterDriver: not used because D_USE_MINIMAL_HW_ONLY");
-
-    writeDword(HKEY_LOCAL_MACHINE, kTokenClass, "v",
-               1);  // an old release's token class stops the removal after the readers
-    devices.addReader("*BVS0001");
+    EXPECT_TRUE(
+        CoreUninstall(1, 1) == 0 && devicesWithId("*BVS0001").empty() && deviceExists(fake) && exists(filterInf) &&
+        filterList().find("zKSCFLT") != std::string::npos && keyExists(HKEY_LOCAL_MACHINE, kServices + "zKSCFLT") &&
+        log.has(
+            "Trace in Win2KCoreInstaller::core_uninstall(),  FilterDriver: not used because D_USE_MINIMAL_HW_ONLY"));
+    writeDword(HKEY_LOCAL_MACHINE, kTokenClass, "v", 1), devices.addReader("*BVS0001");
     LogCapture stopped;
     EXPECT_TRUE(CoreUninstall(1, 1) == 0 && devicesWithId("*BVS0001").empty());
     deleteTree(HKEY_LOCAL_MACHINE, kTokenClass);
@@ -389,20 +420,18 @@ TEST(UninstallOnce, MinimalHardwareKeepsTheFakeReaderAndTheFilter) {
                "Error - EXCEPTION - coreThrow: OldVersionExists, 0x1");
 }
 
-// The answer and UninstRegClean decide the clean-up, UninstallMsg the restart
-// text. The registry clean-up takes the machine's and every user's trees but
-// the machine's zKFormat; another vendor's key and a value beside stay.
-TEST(UninstallOnce, CheckUninstallAndRegCleanup) {
+// The answer and UninstRegClean decide the clean-up ("N" in the line: kept), UninstallMsg the restart text.
+TEST(UninstallOnce, CheckUninstallAsksThenCleansUp) {
     const struct {
         std::optional<DWORD> regClean;
         int answer;
         bool uninstallMsg;
         const char* line;
-        bool cleaned;
-    } rows[] = {
-        {1, IDYES, false, "YES , bQuest=1", true},   {1, IDNO, true, "YES , bQuest=1", true},
-        {0, IDYES, false, "NO - ", false},           {0, IDNO, false, "YES , bQuest=0", true},
-        {std::nullopt, IDYES, true, "NO - ", false}, {std::nullopt, IDNO, false, "YES , bQuest=4294967295", true}};
+    } rows[] = {{1, IDYES, true, "YES , bQuest=1"},
+                {0, IDYES, false, "NO - "},
+                {0, IDNO, false, "YES , bQuest=0"},
+                {std::nullopt, IDYES, true, "NO - "},
+                {std::nullopt, IDNO, false, "YES , bQuest=4294967295"}};
     for (const auto& row : rows) {
         writeDword(HKEY_LOCAL_MACHINE, kZenkey + "\\Cache", "v", 1);
         if (row.regClean) writeDword(HKEY_LOCAL_MACHINE, kFlagKey, "UninstRegClean", *row.regClean);
@@ -412,7 +441,7 @@ TEST(UninstallOnce, CheckUninstallAndRegCleanup) {
         LogCapture log;
         EXPECT_TRUE(CoreCheckUninstall(session.handle()) == 0 &&
                     log.has(std::string("Trace in CoreCheckUninstall, UNINST: USER CHOOSE ") + row.line) &&
-                    keyExists(HKEY_LOCAL_MACHINE, kZenkey + "\\Cache") != row.cleaned &&
+                    keyExists(HKEY_LOCAL_MACHINE, kZenkey + "\\Cache") == (row.line[0] == 'N') &&
                     TestSession::messageCount() - before == (row.uninstallMsg ? 2 : 1))
             << log.dump();
         EXPECT_EQ(TestSession::lastMessage() + std::to_string(TestSession::lastType() & 0xFFFFFu),
@@ -420,30 +449,10 @@ TEST(UninstallOnce, CheckUninstallAndRegCleanup) {
                                    : "Do you want to save configurations?262196");
         deleteTree(HKEY_LOCAL_MACHINE, "Software\\Brevant");
     }
-    const std::string user = "S-1-5-21-0-0-0-1000\\" + kZenkey;
-    const char* const trees[] = {"Cache",       "logging",      "MIDDLEWARE", "CachedCertificates", "Core", "zKCAPI",
-                                 "zKCertStore", "zKProperties", "zKFormat"};
-    for (const char* key : trees) {
-        writeDword(HKEY_LOCAL_MACHINE, kZenkey + "\\" + key + "\\Deep", "v", 1);
-        writeDword(HKEY_USERS, user + "\\" + key, "v", 1);
-    }
-    writeDword(HKEY_LOCAL_MACHINE, "Software\\Brevant\\Other", "v", 1);
-    writeDword(HKEY_LOCAL_MACHINE, kZenkey, "beside", 7);
-    EXPECT_EQ(0u, CoreRegCleanup(0));
-    std::string left;  // M: the machine's tree is left, U: the user's
-    for (const char* key : trees)
-        left += std::string(keyExists(HKEY_LOCAL_MACHINE, kZenkey + "\\" + key) ? "M" : "") +
-                (keyExists(HKEY_USERS, user + "\\" + key) ? "U," : ",");
-    EXPECT_EQ(left, ",,,,,,,,M,");
-    EXPECT_TRUE(keyExists(HKEY_LOCAL_MACHINE, "Software\\Brevant\\Other") &&
-                readDword(HKEY_LOCAL_MACHINE, kZenkey, "beside") == 7u);
-    deleteTree(HKEY_LOCAL_MACHINE, "Software\\Brevant");
-    deleteTree(HKEY_USERS, "S-1-5-21-0-0-0-1000\\Software\\Brevant");
 }
 
-// XP only: a driver file held open keeps the restart need; the question comes
-// at UI level 0, an OK inside an installation restarts nothing. Without the
-// installer flag the token and reader services' keys go too.
+// XP only: a driver file held open keeps the restart need; the question comes at UI level 0, an OK inside
+// an installation restarts nothing. Without the installer flag the token and reader services' keys go too.
 TEST(ForcedClearance, RestartQuestionOnlyAtUiLevelZeroAndOkInsideAnInstallationRestartsNothing) {
     const struct {
         UINT uiLevel, msiFlag;
@@ -460,37 +469,55 @@ TEST(ForcedClearance, RestartQuestionOnlyAtUiLevelZeroAndOkInsideAnInstallationR
         FileHandle open(CreateFileA(kHeld.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
         MessageBoxWatch watch(row.answer);
         LogCapture log;
-        EXPECT_EQ(CoreForcedClearanceUninstall(row.uiLevel, row.msiFlag), 0u);
-        EXPECT_TRUE(watch.count() == row.boxes && watch.caption() == (row.boxes ? "Uninstall reboot" : "") &&
-                    !exists(readOnly) && keyExists(HKEY_LOCAL_MACHINE, kServices + "BVSUP") == (row.msiFlag != 0) &&
-                    keyExists(HKEY_LOCAL_MACHINE, kServices + "BVSIFDH") == (row.msiFlag != 0))
-            << row.uiLevel << row.msiFlag;
+        EXPECT_TRUE(CoreForcedClearanceUninstall(row.uiLevel, row.msiFlag) == 0 && watch.count() == row.boxes &&
+                    watch.caption() == (row.boxes ? "Uninstall reboot" : "") && !exists(readOnly) &&
+                    keyExists(HKEY_LOCAL_MACHINE, kServices + "BVSUP") == (row.msiFlag != 0) &&
+                    keyExists(HKEY_LOCAL_MACHINE, kServices + "BVSIFDH") == (row.msiFlag != 0) &&
+                    (log.raw().find(" bDoneReboot=0") != std::string::npos) == row.rebootCalled)
+            << log.dump();
         EXPECT_LOG(log, "Trace in DeleteBrevantDrivers(), clean read-only attribute on file: " + readOnly,
                    "Warn in Win2KCoreInstaller::core_force_clearance_uninstall(), driver file left until restart: "
                    "zKSCFLT.sys");
-        EXPECT_EQ(log.raw().find(" bDoneReboot=0") != std::string::npos, row.rebootCalled) << log.dump();
         for (const char* name : {"BVSIFDH", "BVSUP"}) deleteTree(HKEY_LOCAL_MACHINE, kServices + name);
     }
 }
 
-// XP with msi.dll disabled and Wine's own winscard, whose contexts all fail
-// (resource manager off): the uninstall logs both and still removes the reader.
-TEST(RmOffMissingMsi, UninstallStillSucceeds) {
+// XP with msi.dll disabled, Wine's own winscard (every context fails: resource manager off), the services gone
+// and the filter list of the wrong type: the uninstall logs each and still removes the reader. Without the
+// setup library (a runner process: the device library that needs it fails to load) nothing can be removed, and
+// the removal is still not blocked.
+TEST(Faults, UninstallLogsAndSucceeds) {
     ScardSvrService scardSvr;
     TestDevices devices;
     devices.addReader("*BVS0001");
+    writeString(HKEY_LOCAL_MACHINE, kReaderClassKey, "UpperFilters", "zKSCFLT");
     LogCapture log;
     DWORD token = 1;
-    EXPECT_EQ(0u, CoreUninstall(0, 0));
-    EXPECT_TRUE(isTokenPresent(token) == static_cast<LONG>(SCARD_F_INTERNAL_ERROR) && token == 0 && !is_rm_on() &&
-                devicesWithId("*BVS0001").empty() &&
+    EXPECT_TRUE(CoreUninstall(0, 0) == 0 && isTokenPresent(token) == static_cast<LONG>(SCARD_F_INTERNAL_ERROR) &&
+                token == 0 && !is_rm_on() && devicesWithId("*BVS0001").empty() &&
+                readString(HKEY_LOCAL_MACHINE, kReaderClassKey, "UpperFilters") == "zKSCFLT" &&
                 log.raw().find("Failed to load <msi.dll> , err(0x") != std::string::npos &&
-                log.count("Err in ::isTokenPresent, SCardEstablishContext() failed, rv:0x80100001") == 1)
-        << log.dump();  // not asked when off
+                log.count("Err in ::isTokenPresent, SCardEstablishContext() failed, rv:0x80100001") ==
+                    1)  // not asked when off
+        << log.dump();
     EXPECT_LOG(log, "Err in ::is_rm_on, SCardEstablishContext() failed, rv:0x80100001",
                "Err in " + kSnap + "SCardEstablishContext fails, rv=0x80100001",
                "Trace in ::snapshotScardDevice, Cannot list readers",
-               "Trace in " + kEnv + "nIfdh=0 nVR=0 nOthers=0 bTokenPresent=0 rv=0x0 RebootNeeded=0");
+               "Trace in " + kEnv + "nIfdh=0 nVR=0 nOthers=0 bTokenPresent=0 rv=0x0 RebootNeeded=0",
+               "Trace in ::deleteService, OpenService() fails because ERROR_SERVICE_DOES_NOT_EXIST",
+               "Err in regUpperFilter(), RegQueryValueEx UpperFilters type is not REG_MULTI_SZ");
+    deleteValue(HKEY_LOCAL_MACHINE, kReaderClassKey, "UpperFilters");
+
+    devices.addReader("*BVS0001");
+    writeString(HKEY_CURRENT_USER, kOverrides, "setupapi", "");
+    LogCapture noSetup;
+    const std::string out = runRunner("CoreUninstall 0 0").output;
+    deleteTree(HKEY_CURRENT_USER, kOverrides);
+    EXPECT_TRUE(
+        out.find("result=0 (0x0)") != std::string::npos && devicesWithId("*BVS0001").size() == 1 &&
+        noSetup.hasInOrder({"Err in Win2KCoreInstaller::installerInit(), Failed to load <newdev.dll> , err(0x126).",
+                            "CoreUninstall EXCEPTION: 0x7e", "canfail: 0"}))
+        << out << noSetup.dump();
 }
 
 }  // namespace
