@@ -44,9 +44,6 @@ const std::string kHeld = DriverStage::driversFolder() + "\\zKSCFLT.sys",
 
 bool exists(const std::string& file) { return GetFileAttributesA(file.c_str()) != INVALID_FILE_ATTRIBUTES; }
 void writeFile(const std::string& path, const std::string& text) { std::ofstream(path, std::ios::binary) << text; }
-std::string filterList(DWORD type = 0, std::string filters = "") {
-    return readRaw(HKEY_LOCAL_MACHINE, kReaderClassKey, "UpperFilters", type, filters) ? filters : "";
-}
 
 class Probes : public ::testing::Test {
 protected:
@@ -309,8 +306,7 @@ struct Decoys {
     }
     std::string gone() const {
         return std::string(deviceExists(device) ? "" : " device") +
-               (service.open("OtherVendorSvc", SERVICE_QUERY_STATUS) ? "" : " service") +
-               (filterList() == std::string("OtherFlt\0\0", 10) ? "" : " filter") + (exists(inf) ? "" : " inf") +
+               (service.open("OtherVendorSvc", SERVICE_QUERY_STATUS) ? "" : " service") + (exists(inf) ? "" : " inf") +
                (keyExists(HKEY_LOCAL_MACHINE, "Software\\Brevant\\Other") ? "" : " key") +
                (readDword(HKEY_LOCAL_MACHINE, kZenkey, "x") == 7u ? "" : " value");
     }
@@ -319,20 +315,6 @@ struct Decoys {
     const std::string device = devices.addReader("*OTH0001"), inf = DriverStage::infFolder() + "\\oem95.inf";
 };
 
-// What is left of the product, seen from outside: devices, services, INF copies, driver and staged files, filter.
-std::string productLeft(const TestServices& scm) {
-    std::string left = std::string(devicesWithId("*BVS0001").size() + devicesWithId("*BVS0009").size(), 'D');
-    for (const std::string name : {"BVSIFDH", "BVSUP", "zKSCFLT"}) {
-        left += scm.open(name, SERVICE_QUERY_STATUS) || keyExists(HKEY_LOCAL_MACHINE, kServices + name) ? " svc " : "";
-        left += DriverStage::installedInfCopies(name + ".inf").empty() ? "" : " inf " + name;
-        for (const std::string& file :
-             {DriverStage::driversFolder() + "\\" + name + ".sys", DriverStage::setupFolder() + "\\" + name + ".sys",
-              DriverStage::setupFolder() + "\\" + name + ".inf", DriverStage::setupFolder() + "\\" + name + ".cat"})
-            left += exists(file) ? " " + file : "";
-    }
-    return left + (filterList().find("zKSCFLT") != std::string::npos ? " filter" : "");
-}
-
 TEST(Uninstall, WhatAnInstallationLeftGoesAnotherVendorsThingsStay) {
     ScardSvrService scardSvr;
     Scenario noReaders;  // the resource manager sees no reader
@@ -340,7 +322,8 @@ TEST(Uninstall, WhatAnInstallationLeftGoesAnotherVendorsThingsStay) {
     Decoys decoys;
     UINT slot = 0;
     ASSERT_EQ(CoreInstall(0, 5, 3, 1, &slot, 0, 0, nullptr), 0u);
-    ASSERT_TRUE(devicesWithId("*BVS0001").size() == 3 && filterList() == std::string("OtherFlt\0zKSCFLT\0\0", 18));
+    ASSERT_EQ(DriverStage::productOnMachine(),
+              "readers=3 fake=1 infs=2 services=bvsifdh,zKSCFLT, filters=OtherFlt,zKSCFLT sys=3 staged=9");
     // The removal helpers' share: a reader id in lower case, the resource manager's key of a reader,
     // tokens of ours and of others, stale instance keys of another product id; INF copies deleted by hand.
     TestDevices devices;
@@ -353,7 +336,7 @@ TEST(Uninstall, WhatAnInstallationLeftGoesAnotherVendorsThingsStay) {
     const std::string otherPid = "SYSTEM\\CurrentControlSet\\Enum\\USB\\VID_7A3C&PID_0042\\";
     writeString(HKEY_LOCAL_MACHINE, otherPid + "ZKOWN\\Device Parameters", "x", "");
     writeString(HKEY_LOCAL_MACHINE, otherPid + "ZKOWN", "Service", "BVSUP");
-    for (const std::string& copy : DriverStage::installedInfCopies("bvsup.inf")) DeleteFileA(copy.c_str());
+    for (const std::string& copy : DriverStage::installedInfCopies("bvsifdh.inf")) DeleteFileA(copy.c_str());
     // The machine's and a user's product trees: the registry clean-up takes all but the machine's zKFormat.
     const std::string user = "S-1-5-21-0-0-0-1000\\" + kZenkey,
                       trees[] = {"Cache",       "logging",      "MIDDLEWARE", "CachedCertificates", "Core", "zKCAPI",
@@ -364,11 +347,11 @@ TEST(Uninstall, WhatAnInstallationLeftGoesAnotherVendorsThingsStay) {
 
     LogCapture log;
     EXPECT_EQ(CoreUninstall(1, 0) + CoreRegCleanup(0), 0u);
-    std::string left = productLeft(decoys.service) + " | decoys gone:" + decoys.gone() + " | trees left:";
+    std::string left = DriverStage::productOnMachine() + " | decoys gone:" + decoys.gone() + " | trees left:";
     for (const std::string& key : trees)
         left += (keyExists(HKEY_LOCAL_MACHINE, kZenkey + "\\" + key) ? " M" : "") +
                 std::string(keyExists(HKEY_USERS, user + "\\" + key) ? " U" : "");
-    EXPECT_EQ(left, " | decoys gone: | trees left: M");
+    EXPECT_EQ(left, "readers=0 fake=0 infs=0 services= filters=OtherFlt sys=0 staged=0 | decoys gone: | trees left: M");
     const bool vista = getPlatform() == PL_WINVISTA;  // on XP the forced clearance takes keys without a service too
     EXPECT_TRUE(!deviceExists(token1) && !deviceExists(token2) && deviceExists(otherVendor) &&
                 deviceExists(otherFirmware) == vista && keyExists(HKEY_LOCAL_MACHINE, otherPid + "ZKOWN") == vista &&
@@ -409,7 +392,8 @@ TEST(UninstallOnce, MinimalHardwareKeepsTheFakeReaderAndTheFilter) {
     LogCapture log;
     EXPECT_TRUE(
         CoreUninstall(1, 1) == 0 && devicesWithId("*BVS0001").empty() && deviceExists(fake) && exists(filterInf) &&
-        filterList().find("zKSCFLT") != std::string::npos && keyExists(HKEY_LOCAL_MACHINE, kServices + "zKSCFLT") &&
+        DriverStage::filters().find("zKSCFLT") != std::string::npos &&
+        keyExists(HKEY_LOCAL_MACHINE, kServices + "zKSCFLT") &&
         log.has(
             "Trace in Win2KCoreInstaller::core_uninstall(),  FilterDriver: not used because D_USE_MINIMAL_HW_ONLY"));
     writeDword(HKEY_LOCAL_MACHINE, kTokenClass, "v", 1), devices.addReader("*BVS0001");

@@ -38,28 +38,9 @@ std::string readFile(const std::string& path) {
     return text.str();
 }
 
-std::string upperFilters() {
-    DWORD type = 0;
-    std::string bytes;
-    readRaw(HKEY_LOCAL_MACHINE, kClassKey, "UpperFilters", type, bytes);
-    std::replace(bytes.begin(), bytes.end(), '\0', ',');
-    return bytes.substr(0, bytes.find(",,"));
-}
-
 // What of the product is on the machine, in one line.
 std::string product() {
-    std::ostringstream s;
-    size_t infs = 0;
-    for (const char* inf : {"bvsifdh.inf", "bvsup.inf", "zKSCFLT.inf"})
-        infs += DriverStage::installedInfCopies(inf).size();
-    s << "readers=" << devicesWithId("*BVS0001").size() << " fake=" << devicesWithId("*BVS0009").size()
-      << " infs=" << infs << " services=";
-    zk::ServiceHandle scm(OpenSCManagerA(nullptr, nullptr, SC_MANAGER_CONNECT));
-    for (const char* name : {"BVSIFDH", "BVSUP", "zKSCFLT"})
-        if (zk::ServiceHandle(OpenServiceA(scm.get(), name, SERVICE_QUERY_STATUS))) s << name << ",";
-    s << " filters=" << upperFilters() << " settings=" << keyExists(HKEY_LOCAL_MACHINE, kMiddleware) << " files="
-      << (GetFileAttributesA((DriverStage::driversFolder() + "\\bvsifdh.sys").c_str()) != INVALID_FILE_ATTRIBUTES);
-    return s.str();
+    return DriverStage::productOnMachine() + " settings=" + std::to_string(keyExists(HKEY_LOCAL_MACHINE, kMiddleware));
 }
 
 class Package : public ::testing::Test {
@@ -89,7 +70,7 @@ TEST_F(Package, InstallRepairUpgradeAndRemove) {
     // Wine reports Windows 7 and no elevated session check ran before, so the fake reader comes too.
     const std::string installed = product();
     EXPECT_EQ(installed,
-              "readers=3 fake=1 infs=2 services=BVSIFDH,zKSCFLT, filters=otherflt,zKSCFLT settings=1 files=1");
+              "readers=3 fake=1 infs=2 services=bvsifdh,zKSCFLT, filters=otherflt,zKSCFLT sys=3 staged=9 settings=1");
     for (const auto& reader : devicesWithId("*BVS0001")) EXPECT_EQ(deviceProperty(reader, SPDRP_SERVICE), "bvsifdh");
     const std::string flags = std::string(kMiddleware) + "\\Install";
     EXPECT_EQ(readDword(HKEY_LOCAL_MACHINE, flags, "UninstRegClean"), std::optional<DWORD>(1));
@@ -108,7 +89,8 @@ TEST_F(Package, InstallRepairUpgradeAndRemove) {
 
     LogCapture removal;
     ASSERT_EQ(msiexec("/x " + package("sample-4.51.msi")), 0u) << readFile(kInstallerLog);
-    EXPECT_EQ(product(), "readers=0 fake=0 infs=0 services= filters=otherflt settings=0 files=0") << removal.dump();
+    EXPECT_EQ(product(), "readers=0 fake=0 infs=0 services= filters=otherflt sys=0 staged=0 settings=0")
+        << removal.dump();
     EXPECT_EQ(GetFileAttributesA(DriverStage::setupFolder().c_str()), INVALID_FILE_ATTRIBUTES);
     EXPECT_TRUE(removal.hasInOrder({"PKIRemove << IN <time>", "CoreUninstall << IN <time>",
                                     "CoreCheckUninstall << IN <time>", "CoreRegCleanup << IN <time>"}))
@@ -129,7 +111,7 @@ TEST_F(Package, FailedInstallationRollsBack) {
         EXPECT_NE(installerLog.find(note), std::string::npos) << note;
     EXPECT_TRUE(log.hasInOrder({"CoreInstall << IN <time>", "CoreRollback << IN <time>"})) << log.dump();
     // The flags the removal writes stay; nothing else of the product does.
-    EXPECT_EQ(product(), "readers=0 fake=0 infs=0 services= filters=otherflt settings=1 files=0");
+    EXPECT_EQ(product(), "readers=0 fake=0 infs=0 services= filters=otherflt sys=0 staged=0 settings=1");
     expectDecoysKept();
 }
 

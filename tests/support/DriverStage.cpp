@@ -2,10 +2,12 @@
 
 #include <windows.h>
 
+#include <algorithm>
 #include <fstream>
 #include <iterator>
 
 #include "frame/Win32.h"
+#include "support/TestDevices.h"
 #include "support/TestProcess.h"
 #include "support/TestRegistry.h"
 
@@ -114,6 +116,33 @@ std::vector<std::string> DriverStage::installedInfCopies(const std::string& infN
     for (const auto& name : filesIn(infFolder(), "*.inf"))
         if (readAll(infFolder() + "\\" + name) == wanted) copies.push_back(name);
     return copies;
+}
+
+std::string DriverStage::filters() {
+    DWORD type = 0;
+    std::string bytes;
+    readRaw(HKEY_LOCAL_MACHINE, kClassKey, "UpperFilters", type, bytes);
+    std::replace(bytes.begin(), bytes.end(), '\0', ',');
+    return bytes.substr(0, bytes.find(",,"));
+}
+
+std::string DriverStage::productOnMachine() {
+    size_t infs = 0, sys = 0, staged = 0;
+    std::string services;
+    zk::ServiceHandle scm(OpenSCManagerA(nullptr, nullptr, SC_MANAGER_CONNECT));
+    for (const std::string name : kNames) {
+        infs += installedInfCopies(name + ".inf").size();
+        sys += GetFileAttributesA((driversFolder() + "\\" + name + ".sys").c_str()) != INVALID_FILE_ATTRIBUTES;
+        for (const char* ext : {".sys", ".inf", ".cat"})
+            staged += GetFileAttributesA((setupFolder() + "\\" + name + ext).c_str()) != INVALID_FILE_ATTRIBUTES;
+        if (zk::ServiceHandle(OpenServiceA(scm.get(), name.c_str(), SERVICE_QUERY_STATUS)) ||
+            keyExists(HKEY_LOCAL_MACHINE, "SYSTEM\\CurrentControlSet\\Services\\" + name))
+            services += name + ",";
+    }
+    return "readers=" + std::to_string(devicesWithId("*BVS0001").size()) +
+           " fake=" + std::to_string(devicesWithId("*BVS0009").size()) + " infs=" + std::to_string(infs) +
+           " services=" + services + " filters=" + filters() + " sys=" + std::to_string(sys) +
+           " staged=" + std::to_string(staged);
 }
 
 void DriverStage::cleanUp() {

@@ -39,6 +39,11 @@ public:
 
     // The INF copies in the INF folder whose content equals a package INF.
     static std::vector<std::string> installedInfCopies(const std::string& infName);
+    // The reader class "UpperFilters" as "a,b" ("" when absent).
+    static std::string filters();
+    // What of the product is on the machine, in one line: reader and fake-reader devices, INF copies,
+    // services (or their keys), filters, installed and staged driver files.
+    static std::string productOnMachine();
 
 private:
     std::vector<std::string> extraCatalogs_;
