@@ -328,7 +328,8 @@ TEST(Uninstall, WhatAnInstallationLeftGoesAnotherVendorsThingsStay) {
     // tokens of ours and of others, stale instance keys of another product id; INF copies deleted by hand.
     TestDevices devices;
     devices.addReader("*bvs0009");
-    writeString(HKEY_LOCAL_MACHINE, kCalais + "\\BVS VR 0\\Deep", "x", "");
+    for (const char* reader : {"\\BVS VR 0\\Deep", "\\BVS ifdh 1", "\\Acme 0"})
+        writeString(HKEY_LOCAL_MACHINE, kCalais + reader, "x", "");
     const std::string token1 = devices.addUsb("VID_7A3C&PID_0001", "ZK0001", kMaker),
                       token2 = devices.addUsb("VID_7a3c&PID_0002", "ZK0002", kMaker),
                       otherVendor = devices.addUsb("VID_1234&PID_0001", "XY0001", kMaker),
@@ -355,7 +356,9 @@ TEST(Uninstall, WhatAnInstallationLeftGoesAnotherVendorsThingsStay) {
     const bool vista = getPlatform() == PL_WINVISTA;  // on XP the forced clearance takes keys without a service too
     EXPECT_TRUE(!deviceExists(token1) && !deviceExists(token2) && deviceExists(otherVendor) &&
                 deviceExists(otherFirmware) == vista && keyExists(HKEY_LOCAL_MACHINE, otherPid + "ZKOWN") == vista &&
-                !keyExists(HKEY_LOCAL_MACHINE, kCalais + "\\BVS VR 0") && !log.has("Cannot delete file"));
+                !keyExists(HKEY_LOCAL_MACHINE, kCalais + "\\BVS VR 0") &&
+                !keyExists(HKEY_LOCAL_MACHINE, kCalais + "\\BVS ifdh 1") &&
+                keyExists(HKEY_LOCAL_MACHINE, kCalais + "\\Acme 0") && !log.has("Cannot delete file"));
     EXPECT_LOG(
         log, "Warn in " + kRemove + ", found devToRemove=*BVS0009, osdevice=*bvs0009",
         "Err in Win2KCoreInstaller::core_uninstall(), CANNOT FIND BVSUP OEM INF! ",
@@ -371,7 +374,8 @@ TEST(Uninstall, WhatAnInstallationLeftGoesAnotherVendorsThingsStay) {
         << log.dump();
     if (vista) CoreForcedClearanceUninstall(0, 1);  // called directly it only refuses
     EXPECT_EQ(vista, log.has("Err in CoreForcedClearanceUninstall, Platform doesn't support forced cleanup:6"));
-    deleteTree(HKEY_LOCAL_MACHINE, otherPid), deleteTree(HKEY_USERS, "S-1-5-21-0-0-0-1000\\Software\\Brevant");
+    deleteTree(HKEY_LOCAL_MACHINE, otherPid), deleteTree(HKEY_LOCAL_MACHINE, kCalais + "\\Acme 0");
+    deleteTree(HKEY_USERS, "S-1-5-21-0-0-0-1000\\Software\\Brevant");
 }
 
 // The readers go at most as many as asked. Minimal hardware leaves the fake reader, the filter package,
