@@ -34,8 +34,6 @@ private:
 // (exact, case-insensitive).
 std::vector<std::string> devicesWithId(const std::string& hardwareId = {});
 bool deviceExists(const std::string& instanceId);
-// Calls `each` with the device of that instance id, when it exists.
-void withDevice(const std::string& instanceId, const std::function<void(HDEVINFO, SP_DEVINFO_DATA&)>& each);
 // A text property (SPDRP_SERVICE, SPDRP_MFG, ...) of the device; "" when unreadable.
 std::string deviceProperty(const std::string& instanceId, DWORD property);
 

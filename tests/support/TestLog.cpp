@@ -8,6 +8,7 @@
 #include <regex>
 
 namespace zktest {
+namespace {
 
 std::string logFilePath() {
     char dir[MAX_PATH] = {};
@@ -20,12 +21,7 @@ long long fileSize(const std::string& path) {
     return (static_cast<long long>(data.nFileSizeHigh) << 32) | data.nFileSizeLow;
 }
 
-std::string readFileFrom(const std::string& path, long long offset) {
-    std::ifstream in(path, std::ios::binary);
-    in.seekg(offset);
-    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
-
+// Removes "(ThID:n): " from the front of a log line.
 std::string stripThread(const std::string& line) {
     const size_t end = line.find("): ");
     return line.rfind("(ThID:", 0) == 0 && end != std::string::npos ? line.substr(end + 3) : line;
@@ -35,6 +31,14 @@ std::string stripThread(const std::string& line) {
 std::string normalizeTime(const std::string& line) {
     static const std::regex stamp("[A-Z][a-z]{2} [A-Z][a-z]{2} [ 0-9][0-9] [0-9]{2}:[0-9]{2}:[0-9]{2} [0-9]{4}");
     return std::regex_replace(line, stamp, "<time>");
+}
+
+}  // namespace
+
+std::string readFileFrom(const std::string& path, long long offset) {
+    std::ifstream in(path, std::ios::binary);
+    in.seekg(offset);
+    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
 LogCapture::LogCapture() : start_(fileSize(logFilePath())) {}

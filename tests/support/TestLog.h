@@ -26,11 +26,7 @@ private:
     long long start_;
 };
 
-std::string logFilePath();
-long long fileSize(const std::string& path);
+// The bytes of a file from `offset` on.
 std::string readFileFrom(const std::string& path, long long offset);
-// Removes "(ThID:n): " from the front of a log line.
-std::string stripThread(const std::string& line);
-std::string normalizeTime(const std::string& line);
 
 }  // namespace zktest

@@ -6,9 +6,10 @@ namespace zktest {
 namespace {
 
 template <class F>
-void bind(HMODULE m, const char* name, F& fn) {
-    fn = reinterpret_cast<F>(reinterpret_cast<void*>(GetProcAddress(m, name)));
+void bind(HMODULE m, const std::string& name, F& fn) {
+    fn = reinterpret_cast<F>(reinterpret_cast<void*>(GetProcAddress(m, ("Msi" + name).c_str())));
 }
+#define ZK_BIND(a, name) bind((a).module, #name, (a).name)
 
 int g_answer = IDOK;
 std::string g_lastMessage;
@@ -33,28 +34,17 @@ MsiApi& MsiApi::get() {
         char dir[MAX_PATH] = {};
         GetSystemDirectoryA(dir, MAX_PATH);
         a.module = LoadLibraryA((std::string(dir) + "\\msi.dll").c_str());
-        if (a.module) {
-            bind(a.module, "MsiOpenPackageA", a.OpenPackageA);
-            bind(a.module, "MsiSetPropertyA", a.SetPropertyA);
-            bind(a.module, "MsiGetPropertyA", a.GetPropertyA);
-            bind(a.module, "MsiCloseHandle", a.CloseHandle);
-            bind(a.module, "MsiSetInternalUI", a.SetInternalUI);
-            bind(a.module, "MsiSetExternalUIA", a.SetExternalUIA);
-            bind(a.module, "MsiGetMode", a.GetMode);
-        }
+        if (a.module)
+            ZK_BIND(a, OpenPackageA), ZK_BIND(a, SetPropertyA), ZK_BIND(a, GetPropertyA), ZK_BIND(a, CloseHandle),
+                ZK_BIND(a, SetInternalUI), ZK_BIND(a, SetExternalUIA), ZK_BIND(a, GetMode);
         return a;
     }();
     return api;
 }
 
-std::string sessionPackagePath() { return env("ZK_FIXTURES") + "\\session.msi"; }
-
 TestSession::TestSession(Ui ui, int answer) {
     MsiApi& msi = MsiApi::get();
-    if (!msi.module) {
-        openResult_ = ERROR_MOD_NOT_FOUND;
-        return;
-    }
+    if (!msi.module) return;
     if (ui == Ui::Silent) {
         msi.SetExternalUIA(nullptr, 0, nullptr);
         msi.SetInternalUI(2 /*INSTALLUILEVEL_NONE*/, nullptr);
@@ -66,7 +56,7 @@ TestSession::TestSession(Ui ui, int answer) {
         msi.SetInternalUI(2 /*INSTALLUILEVEL_NONE*/, nullptr);
         msi.SetExternalUIA(reinterpret_cast<void*>(&scriptedAnswer), kAnsweredTypes, nullptr);
     }
-    openResult_ = msi.OpenPackageA(sessionPackagePath().c_str(), &handle_);
+    msi.OpenPackageA((env("ZK_FIXTURES") + "\\session.msi").c_str(), &handle_);
 }
 
 TestSession::~TestSession() {

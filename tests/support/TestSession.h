@@ -25,13 +25,10 @@ struct MsiApi {
     static MsiApi& get();  // loads once; module is null when msi.dll is unavailable
 };
 
-// The package that gives sessions: tests/fixtures/session.msi in the build.
-std::string sessionPackagePath();
-
 // One open session; closed on destruction.
 class TestSession {
 public:
-    // Opens the session package with the given UI: silent (no user interface,
+    // Opens the session package (tests/fixtures/session.msi in the build) with the given UI: silent (no user interface,
     // message boxes answer 0) or scripted (every message box gets `answer`).
     enum class Ui { Silent, Scripted };
     explicit TestSession(Ui ui = Ui::Silent, int answer = IDOK);
@@ -40,7 +37,6 @@ public:
     TestSession& operator=(const TestSession&) = delete;
 
     MsiHandle handle() const { return handle_; }
-    UINT openResult() const { return openResult_; }
     void set(const std::string& name, const std::string& value);
     // The text of the last message box the scripted handler answered.
     static std::string lastMessage();
@@ -50,7 +46,6 @@ public:
 
 private:
     MsiHandle handle_ = 0;
-    UINT openResult_ = 0;
 };
 
 }  // namespace zktest
