@@ -3,6 +3,8 @@
 // and its log, the exported entries, services and running programs.
 #include <gtest/gtest.h>
 
+#include <process.h>
+
 #include <fstream>
 
 #include "doubles/scardsvr/TestServices.h"
@@ -171,8 +173,8 @@ TEST(Frame, ResultsLogsAndEveryEntry) {
 // and restarts nothing but that prefix's desktop.
 TEST(Reboot, OnlyWhenAskedAndNotSuppressed) {
     LogCapture log;
-    for (auto [ask, suppress] : {std::pair{true, true}, {false, false}, {false, true}, {true, false}})
-        EXPECT_EQ(ImplementReboot(ask, suppress), ask && !suppress);
+    // Asked and suppressed, neither, suppressed only, asked only (bit 2: asked, bit 1: suppressed).
+    for (int i : {3, 0, 1, 2}) EXPECT_EQ(ImplementReboot(i & 2, i & 1), i == 2) << i;
     EXPECT_EQ(log.lines().size(), 13u) << log.dump();
     EXPECT_TRUE(inOrder(log, {{"ImplementReboot: entry <time>  ", "ImplementReboot: exit  bDoneReboot=0",
                                "Warn in ImplementReboot, try reboot", "ImplementReboot: exit  bDoneReboot=1"}}));
@@ -184,12 +186,9 @@ TEST(Reboot, OnlyWhenAskedAndNotSuppressed) {
 TEST(System, ServicesAndPrograms) {
     TestServices services;
     services.create("SCardSvr"), services.create("zkFailingService", scardSvrBinary() + " --fail");
-    std::string line = "\"" + env("ZK_FIXTURES") + "\\doubles\\zksleeper.exe\"";
-    PROCESS_INFORMATION sleepers[2] = {};
-    STARTUPINFOA si = {};
-    si.cb = sizeof si;
-    for (auto& pi : sleepers)
-        ASSERT_TRUE(CreateProcessA(nullptr, line.data(), nullptr, nullptr, 0, 0, nullptr, nullptr, &si, &pi));
+    const std::string sleeper = env("ZK_FIXTURES") + "\\doubles\\zksleeper.exe";
+    const intptr_t sleepers[] = {_spawnl(_P_NOWAIT, sleeper.c_str(), "zksleeper", nullptr),
+                                 _spawnl(_P_NOWAIT, sleeper.c_str(), "zksleeper", nullptr)};
     SC_HANDLE scm = services.scm();
     bool reboot = false;
     DWORD code = 1;
@@ -197,15 +196,14 @@ TEST(System, ServicesAndPrograms) {
     startService(scm, "scardsvr"), setServiceStartType(scm, "SCardSvr", nullptr);
     setServiceStartType(scm, "SCardSvr", services.open("SCardSvr", SERVICE_QUERY_STATUS).get());
     EXPECT_EQ(services.startType(), DWORD(SERVICE_DEMAND_START));
-    startService(scm, "SCARDSVR");
-    EXPECT_EQ(services.startType(), DWORD(SERVICE_AUTO_START));
+    EXPECT_EQ((startService(scm, "SCARDSVR"), services.startType()), DWORD(SERVICE_AUTO_START));
     stopService(scm, "SCardSvr", reboot), stopService(scm, "SCardSvr", reboot), deleteService(scm, "SCardSvr", reboot);
     startService(scm, "zkFailingService"), startService(scm, "zkNoSuchService");
     stopService(scm, "zkNoSuchService", reboot), deleteService(scm, "zkNoSuchService", reboot);
     LogCapture programs;
     for (const char* name : {"ZKSLEEP", "zkNoSuchProgram", "", "sleeper"}) stopProccess(name, reboot);
-    for (auto& pi : sleepers)  // ended by the call, with 0
-        EXPECT_TRUE(GetExitCodeProcess(pi.hProcess, &code) && code == 0) << code;
+    // Both sleepers are ended by the call, with 0.
+    for (intptr_t h : sleepers) EXPECT_TRUE(GetExitCodeProcess(HANDLE(h), &code) && code == 0) << code;
     EXPECT_EQ(programs.lines().size(), 18u) << programs.dump();  // entry and exit of each call, three lines per program
     const std::string start = "Err in ::startService, ", stop = "Trace in ::stopService, ",
                       type = "::setServiceStartType, ", del = "Trace in ::deleteService, ",
