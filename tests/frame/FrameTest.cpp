@@ -6,6 +6,7 @@
 #include <process.h>
 
 #include <fstream>
+#include <sstream>
 
 #include "doubles/scardsvr/TestServices.h"
 #include "frame/ActionFrame.h"
@@ -43,9 +44,8 @@ TEST(Versions, FlagsPlatformAndInstaller) {
     writeDword(HKEY_LOCAL_MACHINE, kCert, "Propagate", 1);
     LogCapture log;
     markReboot(true), markRollback(false), markUninstallMsg(true), markCoreFlag("UpgradeExecuting", 7);
-    for (auto [name, want] :
-         {std::pair{"Reboot", 1u}, {"Rollback", 0u}, {"UninstallMsg", 1u}, {"UpgradeExecuting", 7u}})
-        EXPECT_EQ(readDword(HKEY_LOCAL_MACHINE, kKey, name), want) << name;
+    for (auto [val, want] : {std::pair{"Reboot", 1u}, {"Rollback", 0u}, {"UninstallMsg", 1u}, {"UpgradeExecuting", 7u}})
+        EXPECT_EQ(readDword(HKEY_LOCAL_MACHINE, kKey, val), want) << val;
     DWORD value = 99, again = 99;
     checkCoreFlags("Reboot", value), checkCoreFlags("Reboot", again), deleteCoreSetting(kCert, "Propagate");
     EXPECT_TRUE(value == 1 && again == 0) << value << " then " << again;  // read once, then consumed
