@@ -3,7 +3,10 @@
 // and its log, the exported entries, services and running programs.
 #include <gtest/gtest.h>
 
+#include <process.h>
+
 #include <fstream>
+#include <sstream>
 
 #include "doubles/scardsvr/TestServices.h"
 #include "frame/ActionFrame.h"
@@ -17,41 +20,44 @@
 #include "system/Services.h"
 
 using namespace zk;
-using zktest::LogCapture;
+using namespace zktest;
 
-const std::string kRule = "-----------------------------", kKey = zktest::kFlagKey, kFlags = "HKLM\\" + kKey;
+const std::string kRule = "-----------------------------", kKey = kFlagKey, kFlags = "HKLM\\" + kKey;
 const std::string kCopy = systemDirectory() + "\\zKCoreInst.dll", kCert = "Software\\Brevant\\Zenkey\\CertStore";
+
+// True when the lists of lines, one after another, appear in this order in the log.
+testing::AssertionResult inOrder(const LogCapture& log, std::initializer_list<std::vector<std::string>> parts) {
+    std::vector<std::string> all;
+    for (const auto& part : parts) all.insert(all.end(), part.begin(), part.end());
+    return log.hasInOrder(all) ? testing::AssertionSuccess() : testing::AssertionFailure() << log.dump();
+}
 
 // Run under every Windows version (CMakeLists.txt). Flags are DWORDs, read
 // once and consumed; where the flag key cannot be opened, NT4 and Windows 2000
 // ask for a forced reboot and the writers raise. Windows 2000 and later get an installer.
 TEST(Versions, FlagsPlatformAndInstaller) {
     const int platform = getPlatform(), old = platform == PL_WINNT4 || platform == PL_WIN2K;
-    EXPECT_EQ(platform,
-              (std::map<std::string, int>{
-                  {"", 6}, {"nt40", 3}, {"win2k", 4}, {"winxp", 5}, {"win2003", 5}, {"vista", 6}, {"win10", 6}}
-                   .at(zktest::expectedWinver())));
-    EXPECT_EQ(platformFromVersion(VER_PLATFORM_WIN32_WINDOWS, 4, 0), PL_WIN95);
-    EXPECT_EQ(platformFromVersion(VER_PLATFORM_WIN32_WINDOWS, 4, 90), PL_WIN98);
-    zktest::writeDword(HKEY_LOCAL_MACHINE, kCert, "Propagate", 1);
+    const std::string v = expectedWinver();  // "" under the default version
+    EXPECT_EQ(platform, v == "nt40" ? 3 : v == "win2k" ? 4 : v == "winxp" || v == "win2003" ? 5 : 6) << v;
+    EXPECT_TRUE(platformFromVersion(VER_PLATFORM_WIN32_WINDOWS, 4, 0) == PL_WIN95 &&
+                platformFromVersion(VER_PLATFORM_WIN32_WINDOWS, 4, 90) == PL_WIN98);
+    writeDword(HKEY_LOCAL_MACHINE, kCert, "Propagate", 1);
     LogCapture log;
     markReboot(true), markRollback(false), markUninstallMsg(true), markCoreFlag("UpgradeExecuting", 7);
-    for (auto [name, want] :
-         std::map<std::string, DWORD>{{"Reboot", 1}, {"Rollback", 0}, {"UninstallMsg", 1}, {"UpgradeExecuting", 7}})
-        EXPECT_EQ(zktest::readDword(HKEY_LOCAL_MACHINE, kKey, name), want) << name;
+    for (auto [val, want] : {std::pair{"Reboot", 1u}, {"Rollback", 0u}, {"UninstallMsg", 1u}, {"UpgradeExecuting", 7u}})
+        EXPECT_EQ(readDword(HKEY_LOCAL_MACHINE, kKey, val), want) << val;
     DWORD value = 99, again = 99;
     checkCoreFlags("Reboot", value), checkCoreFlags("Reboot", again), deleteCoreSetting(kCert, "Propagate");
     EXPECT_TRUE(value == 1 && again == 0) << value << " then " << again;  // read once, then consumed
-    EXPECT_FALSE(zktest::readDword(HKEY_LOCAL_MACHINE, kCert, "Propagate"));
+    EXPECT_FALSE(readDword(HKEY_LOCAL_MACHINE, kCert, "Propagate"));
     // A volatile key takes no ordinary sub-key: the flag key cannot be made.
-    zktest::deleteTree(HKEY_LOCAL_MACHINE, "Software\\Brevant");
-    zktest::createVolatileKey(HKEY_LOCAL_MACHINE, "Software\\Brevant\\Zenkey\\MIDDLEWARE");
-    EXPECT_EQ(checkCoreFlags("Reboot", value), ERROR_CHILD_MUST_BE_VOLATILE);
-    EXPECT_EQ(value, old ? 2u : 0u);
+    deleteTree(HKEY_LOCAL_MACHINE, "Software\\Brevant");
+    createVolatileKey(HKEY_LOCAL_MACHINE, "Software\\Brevant\\Zenkey\\MIDDLEWARE");
+    EXPECT_TRUE(checkCoreFlags("Reboot", value) == ERROR_CHILD_MUST_BE_VOLATILE && value == (old ? 2u : 0u)) << value;
     EXPECT_EQ(log.count("Trace in checkCoreFlags(), use FORCE_REBOOT to solve error"), old) << log.dump();
     EXPECT_THROW(markReboot(true), BVS::Exception);
     EXPECT_THROW(markCoreFlag("X", 1), BVS::Exception);
-    zktest::deleteTree(HKEY_LOCAL_MACHINE, "Software\\Brevant");
+    deleteTree(HKEY_LOCAL_MACHINE, "Software\\Brevant");
     for (int p : {-1, 0, 1, 2, 3, 4, 5, 6, 9}) try {  // -1: the running system
             p < 0 ? getCoreInstallerForPlatform() : getCoreInstallerForPlatform(p);
         } catch (const BVS::Exception&) {
@@ -61,52 +67,23 @@ TEST(Versions, FlagsPlatformAndInstaller) {
                       raise = "Error - EXCEPTION - coreThrow: ", flag = "Trace in checkCoreFlags(), ",
                       none = raise + "Cannot get Device manager for this platform., 0x1",
                       no = raise + "Cannot install MRV4 for this platform., 0x1", is = "Platform detected: ";
-    EXPECT_TRUE(log.hasInOrder(
-        {"markReboot(): entry <time>  ",
-         "Trace in markReboot(), setValue " + kFlags + "\\Reboot=1",
-         "markReboot(): exit ",
-         "Trace in markRollback(), setValue " + kFlags + "\\Rollback=0",
-         "Trace in markUninstallMsg(), setValue " + kFlags + "\\UninstallMsg=1",
-         "Trace in markCoreFlag(), setValue " + kFlags + "\\UpgradeExecuting=7",
-         "checkCoreFlags(): entry <time>  ",
-         flag + "(New API) value=Reboot",
-         flag + "getValue " + kFlags + "\\Reboot",
-         flag + "key =" + kKey + " value=1 rv=0",
-         "checkCoreFlags(): exit  rv=0x0",
-         "Warn in checkCoreFlags(), RegQueryValueEx failed (possibly value doesn't exist) , valName=Reboot rv=0x2",
-         "checkCoreFlags(): exit  rv=0x2",
-         "Trace in deleteCoreSetting(), key=" + kCert + " value=Propagate",
-         "Warn in checkCoreFlags(), RegCreateKey (VISTA: open key without DELETE permit!), key=" + kKey,
-         "Err in checkCoreFlags(), Open " + kFlags + " failed, rv=0x3fd",
-         "checkCoreFlags(): exit  rv=0x3fd",
-         "Err in markReboot(), createSubKeyPath " + kFlags + " failed, rv=0x3fd",
-         raise + "markReboot, failed., 0x3fd",
-         raise + "markCoreFlag, failed., 0x3fd",
-         at + std::to_string(platform),
-         platform == PL_WINNT4 ? no : ok,
-         at + "0",
-         none,
-         at + "1",
-         is + "Win95",
-         no,
-         at + "2",
-         is + "Win98",
-         no,
-         at + "3",
-         is + "WinNT4",
-         no,
-         at + "4",
-         is + "Win2K",
-         ok,
-         at + "5",
-         is + "PL_WINNTXP",
-         ok,
-         at + "6",
-         is + "PL_WINVISTA",
-         ok,
-         at + "9",
-         none}))
-        << log.dump();
+    EXPECT_TRUE(inOrder(
+        log,
+        {{"markReboot(): entry <time>  ", "Trace in markReboot(), setValue " + kFlags + "\\Reboot=1",
+          "markReboot(): exit ", "Trace in markRollback(), setValue " + kFlags + "\\Rollback=0",
+          "Trace in markUninstallMsg(), setValue " + kFlags + "\\UninstallMsg=1",
+          "Trace in markCoreFlag(), setValue " + kFlags + "\\UpgradeExecuting=7", "checkCoreFlags(): entry <time>  ",
+          flag + "(New API) value=Reboot", flag + "getValue " + kFlags + "\\Reboot",
+          flag + "key =" + kKey + " value=1 rv=0", "checkCoreFlags(): exit  rv=0x0",
+          "Warn in checkCoreFlags(), RegQueryValueEx failed (possibly value doesn't exist) , valName=Reboot rv=0x2",
+          "checkCoreFlags(): exit  rv=0x2", "Trace in deleteCoreSetting(), key=" + kCert + " value=Propagate"},
+         {"Warn in checkCoreFlags(), RegCreateKey (VISTA: open key without DELETE permit!), key=" + kKey,
+          "Err in checkCoreFlags(), Open " + kFlags + " failed, rv=0x3fd", "checkCoreFlags(): exit  rv=0x3fd",
+          "Err in markReboot(), createSubKeyPath " + kFlags + " failed, rv=0x3fd", raise + "markReboot, failed., 0x3fd",
+          raise + "markCoreFlag, failed., 0x3fd", at + std::to_string(platform), platform == PL_WINNT4 ? no : ok},
+         {at + "0", none, at + "1", is + "Win95", no, at + "2", is + "Win98", no, at + "3", is + "WinNT4", no, at + "4",
+          is + "Win2K", ok, at + "5", is + "PL_WINNTXP", ok},
+         {at + "6", is + "PL_WINVISTA", ok, at + "9", none}}));
     EXPECT_EQ(log.raw().find("RegDeleteValue() failed"), std::string::npos) << "a consumed flag is deleted cleanly";
 }
 
@@ -114,200 +91,136 @@ TEST(Versions, FlagsPlatformAndInstaller) {
 // returns, raises (the code given, else the last error, else the general
 // failure), or throws anything else. The version line names the version of the
 // library's copy in the system folder.
-TEST(Frame, ResultLogAndErrors) {
-    ASSERT_TRUE(CopyFileA(zktest::env("ZK_DLL").c_str(), kCopy.c_str(), FALSE));
+TEST(Frame, ResultsLogsAndEveryEntry) {
+    ASSERT_TRUE(CopyFileA(env("ZK_DLL").c_str(), kCopy.c_str(), FALSE));
     LogCapture log;
-    EXPECT_EQ(std::vector<uint32_t>(
-                  {runAction({"Act", true}, [] { return SetLastError(2), printError("CopyFileA"), 0u; }),
-                   runAction({"Soft", false}, [] { return coreThrow("given", 0x6ba), 0u; }),
-                   runAction({"Hard", true}, [] { return SetLastError(5), coreThrow("last", 0), 0u; }),
-                   runAction({"Cancel", false}, [] { return 1602u; }),
-                   runAction({"Bare", true}, []() -> UINT { throw 1605u; }),
-                   runAction({"Odd", true}, []() -> UINT { throw std::bad_alloc(); }),
-                   runAction({"Core", true, true}, [] { return SetLastError(0), coreThrow("none", 0), 0u; }),
-                   runAction({"B", true}, [] { return SetLastError(87), checkBool(FALSE, ""), 0u; }),
-                   runAction({"E", true}, [] { return checkError(5, ""), 0u; }),
-                   runAction({"H", true}, [] { return SetLastError(6), checkHandle(INVALID_HANDLE_VALUE, ""), 0u; }),
-                   runAction({"P", true}, [] { return SetLastError(14), checkPointer(nullptr, ""), 0u; }),
-                   runAction({"Ok", true},
-                             [] {  // the checks raise only on failure
-                                 return SetLastError(9), checkBool(1, ""), checkHandle(0, ""), checkPointer("", ""),
-                                        checkError(0, ""), 7u;
-                             })}),
-              std::vector<uint32_t>({0, 0, 5, 1602, 1605, 1603, 0x80090020, 87, 5, 6, 14, 7}));
+    const std::vector<uint32_t> got = {
+        runAction({"Act", true}, [] { return SetLastError(2), printError("CopyFileA"), 0u; }),
+        runAction({"Soft", false}, [] { return coreThrow("given", 0x6ba), 0u; }),
+        runAction({"Hard", true}, [] { return SetLastError(5), coreThrow("last", 0), 0u; }),
+        runAction({"Cancel", false}, [] { return 1602u; }),
+        runAction({"Bare", true}, []() -> UINT { throw 1605u; }),
+        runAction({"Odd", true}, []() -> UINT { throw std::bad_alloc(); }),
+        runAction({"Core", true, true}, [] { return SetLastError(0), coreThrow("none", 0), 0u; }),
+        runAction({"B", true}, [] { return SetLastError(87), checkBool(FALSE, ""), 0u; }),
+        runAction({"E", true}, [] { return checkError(5, ""), 0u; }),
+        runAction({"H", true}, [] { return SetLastError(6), checkHandle(INVALID_HANDLE_VALUE, ""), 0u; }),
+        runAction({"P", true}, [] { return SetLastError(14), checkPointer(nullptr, ""), 0u; }),
+        runAction({"Ok", true}, [] { return 7u; })};
+    EXPECT_EQ(got, std::vector<uint32_t>({0, 0, 5, 1602, 1605, 1603, 0x80090020, 87, 5, 6, 14, 7}));
     DeleteFileA(kCopy.c_str());
+    // The checks raise only on failure.
+    EXPECT_NO_THROW((checkBool(1, ""), checkHandle(0, ""), checkPointer("", ""), checkError(0, "")));
     EXPECT_EQ(log.count("canfail: 0") + log.count("canfail: 1"), 11);  // all but the successes
-    EXPECT_TRUE(
-        log.hasInOrder({" ",
-                        " ",
-                        kRule,
-                        "Act << IN <time>",
-                        kCopy + " version:" + std::to_string(ZK_VERSION_MAJOR) + "." +
-                            std::to_string(ZK_VERSION_MINOR) + " (build " + std::to_string(ZK_VERSION_BUILD) + ")",
-                        " ",
-                        " ",
-                        "printError: entry <time>  CopyFileA",
-                        "printError: exit ",
-                        "Act >> OUT, rv = 0x0",
-                        "<time>",
-                        kRule,
-                        "Error - EXCEPTION - coreThrow: given, 0x6ba",
-                        "Soft EXCEPTION: 0x6ba",
-                        "canfail: 0",
-                        "Soft >> OUT, rv = 0x6ba",
-                        "Error - EXCEPTION - coreThrow: last, 0x5",
-                        "Hard EXCEPTION: 0x5",
-                        "canfail: 1",
-                        "Cancel << IN <time>",
-                        "canfail: 0",
-                        "Cancel >> OUT, rv = 0x642",
-                        "<time>",
-                        kRule,
-                        "Cancel EXCEPTION - return UserExit",
-                        "Bare EXCEPTION: 0x645",
-                        "Odd EXCEPTION (...)",
-                        "canfail: 1",
-                        "Odd >> OUT, rv = 0x643",
-                        "Error - EXCEPTION - coreThrow: none, 0x80090020",
-                        "Err in Core, e.code(): result=2148073504"}))
-        << log.dump();
+    EXPECT_TRUE(inOrder(
+        log, {{" ", " ", kRule, "Act << IN <time>", kCopy + " version:" + env("ZK_VERSION"), " ", " ",
+               "printError: entry <time>  CopyFileA", "printError: exit ", "Act >> OUT, rv = 0x0", "<time>", kRule,
+               "Error - EXCEPTION - coreThrow: given, 0x6ba", "Soft EXCEPTION: 0x6ba", "canfail: 0",
+               "Soft >> OUT, rv = 0x6ba"},
+              {"Error - EXCEPTION - coreThrow: last, 0x5", "Hard EXCEPTION: 0x5", "canfail: 1", "Cancel << IN <time>",
+               "canfail: 0", "Cancel >> OUT, rv = 0x642", "<time>", kRule, "Cancel EXCEPTION - return UserExit",
+               "Bare EXCEPTION: 0x645", "Odd EXCEPTION (...)", "canfail: 1", "Odd >> OUT, rv = 0x643",
+               "Error - EXCEPTION - coreThrow: none, 0x80090020", "Err in Core, e.code(): result=2148073504"}}));
     EXPECT_NE(log.raw().find("Trace in printError, method CopyFileA: Failed with error=0x2, description: "), -1ull);
-    for (const auto& [code, name] :
-         std::map<uint32_t, std::string>{{0, "ERROR_SUCCESS"},
-                                         {259, "ERROR_NO_MORE_ITEMS"},
-                                         {1920, "ERROR_CANT_ACCESS_FILE"},
-                                         {3, "??Unknown error"},
-                                         {0x80092003, "CRYPT_E_FILE_ERROR"},
-                                         {0xE000020B, "ERROR_NO_SUCH_DEVINST"},
-                                         {1604, "??Unknown error"},
-                                         {0xE0000244, "ERROR_SIGNATURE_OSATTRIBUTE_MISMATCH"}})
-        EXPECT_EQ(errorName(int32_t(code)), name) << code;
-}
+    std::string names, sep = " ";
+    for (uint32_t c : {0u, 259u, 1920u, 3u, 0x80092003u, 0xE000020Bu, 1604u, 0xE0000244u}) names += errorName(c) + sep;
+    EXPECT_EQ(names,
+              "ERROR_SUCCESS ERROR_NO_MORE_ITEMS ERROR_CANT_ACCESS_FILE ??Unknown error CRYPT_E_FILE_ERROR "
+              "ERROR_NO_SUCH_DEVINST ??Unknown error ERROR_SIGNATURE_OSATTRIBUTE_MISMATCH ");
 
-// Every framed entry of the library, called with null arguments, runs in its
-// frame (CoreMSITest would show a message box). A flagged rollback fails the
-// installation once; the log is echoed to the window the library is given.
-TEST(Exports, EveryActionRunsInItsFrame) {
-    zktest::ExportLibrary dll;
+    // Every framed entry of the library, called with null arguments, runs in
+    // its frame (CoreMSITest would show a message box). A flagged rollback
+    // fails the installation once; the log is echoed to the window the library
+    // is given. The copy is gone: its version is unknown.
+    ExportLibrary dll;
     using Any = UINT(WINAPI*)(uintptr_t, uintptr_t, uintptr_t, uintptr_t, uintptr_t, uintptr_t, uintptr_t, uintptr_t);
     HWND window = CreateWindowA("STATIC", "", 0, 0, 0, 10, 10, nullptr, nullptr, nullptr, nullptr);
     dll.get<void(WINAPI*)(uintptr_t)>("CoreSetWinLog")(reinterpret_cast<uintptr_t>(window));
-    zktest::writeDword(HKEY_LOCAL_MACHINE, kKey, "Rollback", 1);
-    LogCapture log;
+    writeDword(HKEY_LOCAL_MACHINE, kKey, "Rollback", 1);
+    log = LogCapture();
     std::vector<std::string> want;
-    for (const std::string name : {"CoreCheckRollback",
-                                   "CoreInstall",
-                                   "CoreUninstall",
-                                   "CoreRepair",
-                                   "CoreRollback",
-                                   "CoreRegCleanup",
-                                   "CoreForcedClearanceUninstall",
-                                   "CoreCheckReboot",
-                                   "CoreCheckUninstall",
-                                   "CoreCheckRMbehave",
-                                   "CoreStoreProps",
-                                   "CoreInstallReaders",
-                                   "CoreInstallReadersEx",
-                                   "CoreRemoveReaders",
-                                   "CoreRemoveReadersEx",
-                                   "CoreCheckSessions",
-                                   "CoreCheckUncompatibleApp",
-                                   "CoreCheckWindowsFileProtection",
-                                   "PKIInstall",
-                                   "PKIRegInstall",
-                                   "PKIRemove"}) {
+    std::istringstream exports(
+        "CoreCheckRollback CoreInstall CoreUninstall CoreRepair CoreRollback CoreRegCleanup "
+        "CoreForcedClearanceUninstall CoreCheckReboot CoreCheckUninstall CoreCheckRMbehave CoreStoreProps "
+        "CoreInstallReaders CoreInstallReadersEx CoreRemoveReaders CoreRemoveReadersEx CoreCheckSessions "
+        "CoreCheckUncompatibleApp CoreCheckWindowsFileProtection PKIInstall PKIRegInstall PKIRemove");
+    for (std::string name; exports >> name;) {
         dll.get<Any>(name.c_str())(0, 0, 0, 0, 0, 0, 0, 0);
         want.insert(want.end(), {kRule, name + " << IN <time>", "getFileVersion():: failure in GetFileVersionInfoSize",
                                  kCopy + " version:unknown (file located in the Binary table of msi)"});
-        if (name == "CoreCheckRollback")
-            want.insert(want.end(), {"Rollback must occur: flags=1", name + " >> OUT, rv = 0x643"});
     }
-    EXPECT_TRUE(log.hasInOrder(want)) << log.dump();
-    EXPECT_EQ(log.count(kRule), 48) << log.dump();  // each opened and closed; three run another inside
-    EXPECT_FALSE(zktest::readDword(HKEY_LOCAL_MACHINE, kKey, "Rollback"));  // consumed
+    EXPECT_TRUE(inOrder(log, {want}));
+    EXPECT_TRUE(inOrder(log, {{"Rollback must occur: flags=1", "CoreCheckRollback >> OUT, rv = 0x643"}}));
+    EXPECT_EQ(log.count(kRule), 48) << log.dump();                  // each opened and closed; three run another inside
+    EXPECT_FALSE(readDword(HKEY_LOCAL_MACHINE, kKey, "Rollback"));  // consumed
     char text[64] = {};
     GetWindowTextA(window, text, sizeof text);
     EXPECT_EQ(std::string(text), "(ThID:" + std::to_string(GetCurrentThreadId()) + "): " + kRule + "\r\n");
-}
 
-// A log that is a (symbolic or hard) link to another file is left alone (the
-// links are planted by CMakeLists.txt and here).
-TEST(Logging, LinkedLogsAreRefused) {
-    const std::string links = zktest::env("ZK_LOG_LINK_DIR") + "\\", target = links + "target.txt",
-                      tmp = zktest::env("TMP");
+    // A log that is a (symbolic or hard) link to another file is left alone
+    // (the links are planted by CMakeLists.txt and here).
+    const std::string links = env("ZK_LOG_LINK_DIR") + "\\", target = links + "target.txt", tmp = env("TMP");
     std::ofstream(target, std::ios::binary) << "kept";
     CreateHardLinkA((links + "hard\\" + kLogFileName).c_str(), target.c_str(), nullptr);  // or made by an earlier run
-    LogCapture log;
+    log = LogCapture();
     for (const std::string& temp : {links, links + "hard\\"})
-        SetEnvironmentVariableA("TMP", temp.c_str()), zktest::runRunner("CoreCheckRollback 0");
+        SetEnvironmentVariableA("TMP", temp.c_str()), runRunner("CoreCheckRollback 0");
     SetEnvironmentVariableA("TMP", tmp.c_str());
-    EXPECT_EQ(zktest::readFileFrom(target, 0), "kept");
-    EXPECT_EQ(log.raw(), "");
+    EXPECT_EQ(readFileFrom(target, 0) + log.raw(), "kept");
 }
 
 // In a prefix of its own (CMakeLists.txt): Wine accepts the restart request
 // and restarts nothing but that prefix's desktop.
 TEST(Reboot, OnlyWhenAskedAndNotSuppressed) {
     LogCapture log;
-    for (auto [ask, suppress] : {std::pair{true, true}, {false, false}, {false, true}, {true, false}})
-        EXPECT_EQ(ImplementReboot(ask, suppress), ask && !suppress);
+    // Asked and suppressed, neither, suppressed only, asked only (bit 2: asked, bit 1: suppressed).
+    for (int i : {3, 0, 1, 2}) EXPECT_EQ(ImplementReboot(i & 2, i & 1), i == 2) << i;
     EXPECT_EQ(log.lines().size(), 13u) << log.dump();
-    EXPECT_TRUE(log.hasInOrder({"ImplementReboot: entry <time>  ", "ImplementReboot: exit  bDoneReboot=0",
-                                "Warn in ImplementReboot, try reboot", "ImplementReboot: exit  bDoneReboot=1"}))
-        << log.dump();
+    EXPECT_TRUE(inOrder(log, {{"ImplementReboot: entry <time>  ", "ImplementReboot: exit  bDoneReboot=0",
+                               "Warn in ImplementReboot, try reboot", "ImplementReboot: exit  bDoneReboot=1"}}));
 }
 
 // Only "SCARDSVR" spelt so is made automatic; a stopped service gets no stop
 // request; a missing one is no failure to stop or delete, but is to start.
 // Programs are ended where the name is part of theirs (case counts; an empty name matches none).
 TEST(System, ServicesAndPrograms) {
-    zktest::TestServices services;
-    services.create("SCardSvr"), services.create("zkFailingService", zktest::scardSvrBinary() + " --fail");
-    std::string line = "\"" + zktest::env("ZK_FIXTURES") + "\\doubles\\zksleeper.exe\"";
-    PROCESS_INFORMATION sleepers[2] = {};
-    STARTUPINFOA si = {};
-    si.cb = sizeof si;
-    for (auto& pi : sleepers)
-        ASSERT_TRUE(CreateProcessA(nullptr, line.data(), nullptr, nullptr, 0, 0, nullptr, nullptr, &si, &pi));
+    TestServices services;
+    services.create("SCardSvr"), services.create("zkFailingService", scardSvrBinary() + " --fail");
+    const std::string sleeper = env("ZK_FIXTURES") + "\\doubles\\zksleeper.exe";
+    const intptr_t sleepers[] = {_spawnl(_P_NOWAIT, sleeper.c_str(), "zksleeper", nullptr),
+                                 _spawnl(_P_NOWAIT, sleeper.c_str(), "zksleeper", nullptr)};
     SC_HANDLE scm = services.scm();
     bool reboot = false;
+    DWORD code = 1;
     LogCapture log;
     startService(scm, "scardsvr"), setServiceStartType(scm, "SCardSvr", nullptr);
     setServiceStartType(scm, "SCardSvr", services.open("SCardSvr", SERVICE_QUERY_STATUS).get());
     EXPECT_EQ(services.startType(), DWORD(SERVICE_DEMAND_START));
-    startService(scm, "SCARDSVR");
-    EXPECT_EQ(services.startType(), DWORD(SERVICE_AUTO_START));
+    EXPECT_EQ((startService(scm, "SCARDSVR"), services.startType()), DWORD(SERVICE_AUTO_START));
     stopService(scm, "SCardSvr", reboot), stopService(scm, "SCardSvr", reboot), deleteService(scm, "SCardSvr", reboot);
     startService(scm, "zkFailingService"), startService(scm, "zkNoSuchService");
     stopService(scm, "zkNoSuchService", reboot), deleteService(scm, "zkNoSuchService", reboot);
     LogCapture programs;
     for (const char* name : {"ZKSLEEP", "zkNoSuchProgram", "", "sleeper"}) stopProccess(name, reboot);
-    DWORD code[2] = {1, 1};
-    for (int i : {0, 1}) GetExitCodeProcess(sleepers[i].hProcess, &code[i]);
-    EXPECT_TRUE(code[0] == 0 && code[1] == 0) << code[0] << " " << code[1];  // ended by the call, with 0
+    // Both sleepers are ended by the call, with 0.
+    for (intptr_t h : sleepers) EXPECT_TRUE(GetExitCodeProcess(HANDLE(h), &code) && code == 0) << code;
     EXPECT_EQ(programs.lines().size(), 18u) << programs.dump();  // entry and exit of each call, three lines per program
     const std::string start = "Err in ::startService, ", stop = "Trace in ::stopService, ",
-                      type = "::setServiceStartType, ";
-    EXPECT_TRUE(log.hasInOrder({"Trace in ::startService, service <scardsvr> started.",
-                                "Err in " + type + "handle is NULL, hRM=" + std::to_string(uintptr_t(scm)) + " hSC=0",
-                                "Err in " + type + "QueryServiceConfig failed ERROR_ACCESS_DENIED (0x5)",
-                                "Trace in " + type + "service set to be as Automatically runned",
-                                "Trace in ::startService, service <SCARDSVR> was running, status=0x4",
-                                stop + "ControlService(SERVICE_CONTROL_STOP) stopped",
-                                stop + "service is not running.",
-                                "Trace in ::deleteService, Service deleted: SCardSvr",
-                                start + "QueryServiceStatus failed or dwWin32ExitCode (0x42a)",
-                                start + "service <zkFailingService> not started ...",
-                                start + "  Current State: 0x1",
-                                start + "  Exit Code: 0x42a",
-                                start + "  Service Specific Exit Code: 0x2a",
-                                start + "service <zkNoSuchService> cannot be opened: (0x424)",
-                                "::startService: exit  (ret=0x424)",
-                                stop + "OpenService() fails because ERROR_SERVICE_DOES_NOT_EXIST",
-                                "Trace in ::deleteService, OpenService() fails because ERROR_SERVICE_DOES_NOT_EXIST",
-                                "Trace in ::stopProccess, found running zksleeper.exe",
-                                "Trace in ::stopProccess, try TerminateProcess zksleeper.exe",
-                                "Trace in ::stopProccess, killed zksleeper.exe",
-                                "::stopProccess: exit , reboot(0)"}))
-        << log.dump();
+                      type = "::setServiceStartType, ", del = "Trace in ::deleteService, ",
+                      proc = "Trace in ::stopProccess, ", run = "Trace in ::startService, service <",
+                      missing = "OpenService() fails because ERROR_SERVICE_DOES_NOT_EXIST";
+    EXPECT_TRUE(inOrder(
+        log,
+        {{run + "scardsvr> started.",
+          "Err in " + type + "handle is NULL, hRM=" + std::to_string(uintptr_t(scm)) + " hSC=0",
+          "Err in " + type + "QueryServiceConfig failed ERROR_ACCESS_DENIED (0x5)",
+          "Trace in " + type + "service set to be as Automatically runned", run + "SCARDSVR> was running, status=0x4",
+          stop + "ControlService(SERVICE_CONTROL_STOP) stopped", stop + "service is not running.",
+          del + "Service deleted: SCardSvr", start + "QueryServiceStatus failed or dwWin32ExitCode (0x42a)",
+          start + "service <zkFailingService> not started ...", start + "  Current State: 0x1",
+          start + "  Exit Code: 0x42a", start + "  Service Specific Exit Code: 0x2a",
+          start + "service <zkNoSuchService> cannot be opened: (0x424)", "::startService: exit  (ret=0x424)",
+          stop + missing, del + missing, proc + "found running zksleeper.exe",
+          proc + "try TerminateProcess zksleeper.exe"},
+         {proc + "killed zksleeper.exe", "::stopProccess: exit , reboot(0)"}}));
 }
