@@ -13,40 +13,26 @@ const std::string kKey = "Software\\Brevant\\Zenkey\\MIDDLEWARE\\",
                   kWarn = "Warn in setPropRegistryVal - new, ",
                   kShared = env("CommonProgramFiles") + "\\brevant shared\\zenkey\\Keyhub\\",
                   kRecord = env("TEMP") + "\\zk-modutil.record";
-const Rows kNames = {"InitApp\\AdvancedView",
-                     "GENERAL\\PcscSlots",
-                     "GENERAL\\SoftwareSlots",
-                     "GENERAL\\SingleLogon",
-                     "GENERAL\\SingleLogonTimeout",
-                     "CertStore\\PropagateUserCertificates",
-                     "CertStore\\PropagateCACertificates",
-                     "CertStore\\SynchronizeStore",
-                     "CertStore\\RemoveUserCertsOnTokenRemove",
-                     "CertStore\\AddToTokenOnNewCertInStore",
-                     "CertStore\\RemoveFromStoreOnRemoveFromToken",
-                     "CertStore\\RemoveFromTokenOnRemoveFromStore",
-                     "CertStore\\CertsToRemoveStorePeriod",
-                     "PQ\\pqMinLen",
-                     "PQ\\pqMixChars",
-                     "PQ\\pqMaxAge",
-                     "PQ\\pqMinAge",
-                     "PQ\\pqWarnPeriod",
-                     "PQ\\pqHistorySize",
-                     "CAPI\\IEXPLORE.EXE\\DefEnrollType",
-                     "CAPI\\MinKeySize"};
+// Every number of the client settings, as "group\\name" below MIDDLEWARE.
+const std::string kNames =
+    "InitApp\\AdvancedView GENERAL\\PcscSlots GENERAL\\SoftwareSlots GENERAL\\SingleLogon GENERAL\\SingleLogonTimeout "
+    "CertStore\\PropagateUserCertificates CertStore\\PropagateCACertificates CertStore\\SynchronizeStore "
+    "CertStore\\RemoveUserCertsOnTokenRemove CertStore\\AddToTokenOnNewCertInStore "
+    "CertStore\\RemoveFromStoreOnRemoveFromToken CertStore\\RemoveFromTokenOnRemoveFromStore "
+    "CertStore\\CertsToRemoveStorePeriod PQ\\pqMinLen PQ\\pqMixChars PQ\\pqMaxAge PQ\\pqMinAge PQ\\pqWarnPeriod "
+    "PQ\\pqHistorySize CAPI\\IEXPLORE.EXE\\DefEnrollType CAPI\\MinKeySize";
 void touch(const std::string& path) {
     fs::create_directories(fs::path(path).parent_path());
     std::ofstream(path) << "x";
 }
-// Numbers at "group\name" below MIDDLEWARE (written first when `write` is given) as one text, "-" for a missing one.
-std::string dwords(const Rows& paths, std::optional<DWORD> write = std::nullopt) {
-    std::string all;
-    for (const std::string& p : paths) {
+// Numbers at the space-separated paths (written first when `write` is given) as one text, "-" for a missing one.
+std::string dwords(const std::string& paths, std::optional<DWORD> write = std::nullopt) {
+    std::string all, p;
+    for (std::istringstream in(paths); in >> p;) {
         const std::string key = kKey + p.substr(0, p.rfind('\\')), name = p.substr(p.rfind('\\') + 1);
         if (write) writeDword(HKEY_LOCAL_MACHINE, key, name, *write);
-        all += (all.empty() ? "" : " ") + (readDword(HKEY_LOCAL_MACHINE, key, name)
-                                               ? std::to_string(*readDword(HKEY_LOCAL_MACHINE, key, name))
-                                               : "-");
+        const auto value = readDword(HKEY_LOCAL_MACHINE, key, name);
+        all += (all.empty() ? "" : " ") + (value ? std::to_string(*value) : "-");
     }
     return all;
 }
@@ -63,7 +49,9 @@ void clean() {
 // A fresh installation writes every default; removal takes exactly these values and the keys left empty.
 TEST(Config, DefaultsWrittenThenRemoved) {
     clean();
-    const std::string app = kShared + "DuoStore Partition\\DuoStorePartition.exe";
+    const std::string app = kShared + "DuoStore Partition\\DuoStorePartition.exe",
+                      more = " GENERAL\\Foreign Install\\Reboot",
+                      deleted = "Trace in removeClientSettings, deleted MIDDLEWARE\\";
     touch(app);
     TestSession session;
     const std::string h = " hInstall=" + std::to_string(session.handle());
@@ -74,31 +62,25 @@ TEST(Config, DefaultsWrittenThenRemoved) {
                   text("zkPropsApps\\app1", "zkAppDescription"),
               "-Zenkey DuoStore Partition ApplicationEnables the creation of a partition with a customizable size, and "
               "the loading of files into the partition");
+    writeString(HKEY_LOCAL_MACHINE, kKey + "CertStore", "RemoveFromTokenOnRemoveFromStoreTemplates", "T");
+    dwords(more, 1);
+    EXPECT_TRUE(PKIRemove(session.handle()) == 0 &&
+                dwords(kNames + more) == "- - - - - - - - - - - - - - - - - - - - - 1 1");
+    for (const char* gone : {"InitApp", "CertStore", "PQ", "CAPI", "zkPropsApps"})
+        EXPECT_FALSE(keyExists(HKEY_LOCAL_MACHINE, kKey + gone)) << gone;
     EXPECT_TRUE(log.hasInOrder({"setPropRegistryVal - new: entry <time> " + h +
                                     " propName=PROP_PCSCSLOTS groupName=GENERAL valueName=PcscSlots",
                                 kSet + "GENERAL oldvalue=(none) newvalue(RegSetValue)=16 bUpdateExisting=0 rv=0",
-                                "Trace in setPropRegistryStrVal - new, ignore empty value for "
-                                "property PROP_CERTEMP",
+                                "Trace in setPropRegistryStrVal - new, ignore empty value for property PROP_CERTEMP",
                                 "Trace in clientSharedFolder, shared folder: " + kShared,
                                 "setPropRegistryStrVal - new: entry <time> " + h +
                                     " propName= groupName=zkPropsApps valueName=zkAppExecutable valueDefault=" + app,
-                                "updateBrowserModules: entry <time>  add=1"}))
+                                "updateBrowserModules: entry <time>  add=1",
+                                "updateBrowserModules: entry <time>  add=0", deleted + "InitApp\\AdvancedView",
+                                deleted + "CertStore\\RemoveFromTokenOnRemoveFromStoreTemplates",
+                                deleted + "zkPropsApps\\app1\\zkAppExecutable",
+                                "Trace in removeClientSettings, deleted empty key MIDDLEWARE\\CAPI\\IEXPLORE.EXE"}))
         << log.dump();
-
-    writeString(HKEY_LOCAL_MACHINE, kKey + "CertStore", "RemoveFromTokenOnRemoveFromStoreTemplates", "T");
-    dwords({"GENERAL\\Foreign", "Install\\Reboot"}, 1);
-    LogCapture removal;
-    EXPECT_TRUE(PKIRemove(session.handle()) == 0 &&
-                dwords(kNames) + " " + dwords({"GENERAL\\Foreign", "Install\\Reboot"}) ==
-                    "- - - - - - - - - - - - - - - - - - - - - 1 1");
-    for (const char* gone : {"InitApp", "CertStore", "PQ", "CAPI", "zkPropsApps"})
-        EXPECT_FALSE(keyExists(HKEY_LOCAL_MACHINE, kKey + gone)) << gone;
-    const std::string deleted = "Trace in removeClientSettings, deleted MIDDLEWARE\\";
-    EXPECT_TRUE(removal.hasInOrder({"updateBrowserModules: entry <time>  add=0", deleted + "InitApp\\AdvancedView",
-                                    deleted + "CertStore\\RemoveFromTokenOnRemoveFromStoreTemplates",
-                                    deleted + "zkPropsApps\\app1\\zkAppExecutable",
-                                    "Trace in removeClientSettings, deleted empty key MIDDLEWARE\\CAPI\\IEXPLORE.EXE"}))
-        << removal.dump();
 }
 
 // Every reader over values already there (77): a valid property overwrites; a default, an unreadable, an unparsable
@@ -111,24 +93,19 @@ TEST(Config, ReadersOverwriteOnlyWithValidProperties) {
     } readers[] = {{"PKIInstall", PKIInstall, false, false},
                    {"PKIRegInstall", PKIRegInstall, true, false},
                    {"CoreStoreProps", CoreStoreProps, true, true}};
+    const std::string props =
+        "PROP_PCSCSLOTS|1001|PROP_SOFTWARESLOTS|0|PROP_CERREMOVESTO|37001|PROP_CERTEMP|User;Smartcard "
+        "Logon|PROP_SINGLELOGONTO|10000|PROP_SINGLELOGON|0|PROP_PQ_MINLEN|4abc|PROP_PQ_MIXCHARS|-5|PROP_PQ_WARNPERIOD|"
+        "\x01\x02\xfe\x7f|PROP_ADVANCED_VIEW|" +
+        std::string(1024, '7');
     for (const auto& r : readers) {
         clean();
         dwords(kNames, 77);
         deleteValue(HKEY_LOCAL_MACHINE, kKey + "CAPI\\IEXPLORE.EXE", "DefEnrollType");  // the one default written
         writeString(HKEY_LOCAL_MACHINE, kKey + "CertStore", "RemoveFromTokenOnRemoveFromStoreTemplates", "old");
         TestSession s;
-        for (const auto& [name, value] :
-             std::vector<std::pair<const char*, std::string>>{{"PROP_PCSCSLOTS", "1001"},
-                                                              {"PROP_SOFTWARESLOTS", "0"},
-                                                              {"PROP_CERREMOVESTO", "37001"},
-                                                              {"PROP_CERTEMP", "User;Smartcard Logon"},
-                                                              {"PROP_SINGLELOGONTO", "10000"},
-                                                              {"PROP_SINGLELOGON", "0"},
-                                                              {"PROP_PQ_MINLEN", "4abc"},
-                                                              {"PROP_PQ_MIXCHARS", "-5"},
-                                                              {"PROP_PQ_WARNPERIOD", "\x01\x02\xfe\x7f"},
-                                                              {"PROP_ADVANCED_VIEW", std::string(1024, '7')}})
-            s.set(name, value);
+        std::istringstream in(props);  // name|value|name|value...
+        for (std::string name, value; std::getline(in, name, '|') && std::getline(in, value, '|');) s.set(name, value);
         const std::string op = std::string("Trace in ") + r.op + ", ";
         LogCapture log;
         EXPECT_EQ(r.action(s.handle()), 0u) << r.op;
@@ -151,8 +128,8 @@ TEST(Config, ReadersOverwriteOnlyWithValidProperties) {
                  "CertStore oldvalue=old newvalue=User;Smartcard Logon bUpdateExisting=1 rv=0",
              kWarn + "Range fail value 4294967291 for property PROP_PQ_MIXCHARS"}))
             << r.op << log.dump();
-        EXPECT_EQ(log.has("Err in msiWrapper::getPropVal(), cannot parse property value to DWORD"), !r.text);
-        EXPECT_EQ(
+        EXPECT_TRUE(
+            log.has("Err in msiWrapper::getPropVal(), cannot parse property value to DWORD") != r.text &&
             log.hasInOrder(
                 {op + "PROP_PCSCSLOTS(atoi)=1001", op + "PROP_PQ_MIXCHARS(atoi)=-5",
                  op + "prop_singlelogon=1 because prop_singlelogontimeout!=0",
@@ -160,16 +137,15 @@ TEST(Config, ReadersOverwriteOnlyWithValidProperties) {
                      " advanced_view=0xffffffff pcscslots=0x3e9 softwareslots=0x0 singlelogon=0x1 singlelogontimeout="
                      "0x2710 propagateusercer=0xffffffff propagatecacer=0xffffffff pq_minlen=0x4 "
                      "pq_mixchars=0xfffffffb pq_maxage=0xffffffff pq_warnperiod=0x0 "
-                     "pq_historysize=0xffffffff pq_minage=0xffffffff explorer_defenrol=0xffffffff upd_infpath=0x0"}),
-            r.text)
-            << r.op << log.dump();
-        EXPECT_EQ(
+                     "pq_historysize=0xffffffff pq_minage=0xffffffff explorer_defenrol=0xffffffff upd_infpath=0x0"}) ==
+                r.text &&
             log.hasInOrder({op + "stored PROP_SOFTWARESLOTS in MIDDLEWARE\\GENERAL\\SoftwareSlots",
-                            op + "stored PROP_EXPLORER_DEFENROL in MIDDLEWARE\\CAPI\\IEXPLORE.EXE\\DefEnrollType"}),
-            r.logsStored);
-        EXPECT_EQ(log.has(op + "stored PROP_PCSCSLOTS in MIDDLEWARE\\GENERAL\\PcscSlots") +
-                      log.count("updateBrowserModules: entry <time>  add=1"),
-                  !r.logsStored);
+                            op + "stored PROP_EXPLORER_DEFENROL in MIDDLEWARE\\CAPI\\IEXPLORE.EXE\\DefEnrollType"}) ==
+                r.logsStored &&
+            log.has(op + "stored PROP_PCSCSLOTS in MIDDLEWARE\\GENERAL\\PcscSlots") +
+                    log.count("updateBrowserModules: entry <time>  add=1") ==
+                !r.logsStored)
+            << r.op << log.dump();
     }
     const zk::RangeDecision high = zk::applyRange("PROP_SINGLELOGONTO", 10001), other = zk::applyRange("PROP_X", 12),
                             unset = zk::applyRange("PROP_X", zk::kNotSet);
@@ -179,15 +155,13 @@ TEST(Config, ReadersOverwriteOnlyWithValidProperties) {
 
 // Answers the installer's questions: Cancel to the `cancel`th, OK to the others; removes `vanish` while the first is
 // open.
-struct {
-    Rows asked;
-    size_t cancel = 0;
-    std::string vanish;
-} g_ui;
+Rows g_asked;
+size_t g_cancel = 0;
+std::string g_vanish;
 int WINAPI answer(void*, UINT, LPCSTR message) {
-    g_ui.asked.emplace_back(message);
-    if (g_ui.asked.size() == 1 && !g_ui.vanish.empty()) fs::remove_all(g_ui.vanish);
-    return g_ui.asked.size() == g_ui.cancel ? IDCANCEL : IDOK;
+    g_asked.emplace_back(message);
+    if (g_asked.size() == 1 && !g_vanish.empty()) fs::remove_all(g_vanish);
+    return g_asked.size() == g_cancel ? IDCANCEL : IDOK;
 }
 
 // Firefox profiles (one with blanks), the Mozilla suite's salted folder and a Netscape profile: each database is added,
@@ -204,7 +178,7 @@ TEST(Config, BrowserDatabasesAddedThenDeleted) {
                        data + "Mozilla\\Profiles\\default\\x1y2.slt", data + "Netscape\\Mozilla\\nets.default"};
     for (int i : {0, 1, 2}) touch(dirs[i] + "\\secmod.db");
     LogCapture log;
-    EXPECT_TRUE(PKIInstall(session.handle()) == 0 && g_ui.asked.empty());  // no tool, no Netscape folder
+    EXPECT_TRUE(PKIInstall(session.handle()) == 0 && g_asked.empty());  // no tool, no Netscape folder
     touch(dirs[3] + "\\secmod.db");
     fs::create_directories(kShared + "modutil");
     ASSERT_TRUE(CopyFileA((env("ZK_FIXTURES") + "\\modutil\\modutil.exe").c_str(), modutil.c_str(), FALSE));
@@ -218,7 +192,7 @@ TEST(Config, BrowserDatabasesAddedThenDeleted) {
         return "Zenkey Keyhub installer will update your " + b + " browser. Please close your " + b +
                " browser, wait few seconds, and press Ok. Press Cancel to skip update.";
     };
-    EXPECT_EQ(g_ui.asked, (Rows{question("Mozilla"), question("Mozilla"), question("Mozilla"), question("Netscape")}));
+    EXPECT_EQ(g_asked, (Rows{question("Mozilla"), question("Mozilla"), question("Mozilla"), question("Netscape")}));
     EXPECT_TRUE(log.hasInOrder(
         {"Err in getModutilPath: Modutil.exe path not valid!!!!!", "Warn in findFiles, Netscape: dir path NOT valid.",
          "pkcs11_netscape_update_new: entry <time>  vendor=Mozilla add=1",
@@ -226,12 +200,12 @@ TEST(Config, BrowserDatabasesAddedThenDeleted) {
          op + "cmdline:: " + commands[0], "pkcs11_netscape_update_new: entry <time>  vendor=Netscape add=1"}))
         << log.dump();
 
-    g_ui = {{}, 2, dirs[0]};
+    g_asked.clear(), g_cancel = 2, g_vanish = dirs[0];
     LogCapture removal;
     EXPECT_EQ(PKIRemove(session.handle()), 0u);
     std::string line;
     for (std::ifstream in(kRecord); std::getline(in, line);) recorded.push_back(line);
-    EXPECT_TRUE(recorded == commands && g_ui.asked.size() == 4u);
+    EXPECT_TRUE(recorded == commands && g_asked.size() == 4u);
     for (const char* gone : {"Mozilla", "Netscape\\Mozilla"}) fs::remove_all(data + gone);
     EXPECT_TRUE(PKIInstall(session.handle()) == 0 &&
                 removal.hasInOrder(

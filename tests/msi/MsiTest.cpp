@@ -18,11 +18,10 @@ const std::string kUn = "Trace in msiWrapper::msiUnInstallProduct, Uninstalling 
                   kExec = "Trace in msiWrapper::executeDb, executeDb: ", kTmp = env("TEMP") + "\\";
 
 // msi.dll is bound at run time, so the program also starts where it is disabled.
-template <class F>
-F api(const char* name) {
-    return reinterpret_cast<F>(reinterpret_cast<void*>(GetProcAddress(MsiApi::get().module, name)));
+int state(const char* code) {
+    return reinterpret_cast<int(WINAPI*)(LPCSTR)>(
+        reinterpret_cast<void*>(GetProcAddress(MsiApi::get().module, "MsiQueryProductStateA")))(code);
 }
-int state(const char* code) { return api<int(WINAPI*)(LPCSTR)>("MsiQueryProductStateA")(code); }
 std::string release(const char* file) { return env("ZK_FIXTURES") + "\\releases\\" + file; }
 std::string copy(const char* file, const std::string& to) {
     return CopyFileA(release(file).c_str(), to.c_str(), FALSE) ? to : "";
@@ -70,8 +69,10 @@ TEST(Wrapper, BindsOnceReadsPropertiesAndAsks) {
                 TestSession::lastMessage() == "Close it" &&
                 log.has("Trace in CoreMSITest, internalMsiMessageBox displayed, Msg=Close it"))
         << log.dump();
-    MessageBoxWatch watch(IDOK);  // no session: a window box
-    EXPECT_TRUE(CoreMSITest(0, "hello") == 0 && watch.caption() == "MRV4 CoreMSITest" && watch.count() == 1);
+    MessageBoxWatch watch(IDOK);  // no session: a window box, answered OK (1) and logged as shown
+    EXPECT_TRUE(CoreMSITest(0, "hello") == 0 && watch.caption() == "MRV4 CoreMSITest" && watch.count() == 1 &&
+                log.has("Trace in CoreMSITest, MessageBox displayed, Msg=hello"))
+        << log.dump();
 }
 
 // No sessions under Wine; from Vista on the check marks the admin-rights flag. Versions compare
