@@ -74,33 +74,23 @@ TEST(Wrapper, BindsOnceReadsPropertiesAndAsks) {
         << log.dump();
 }
 
-// No sessions under Wine; from Vista on the check marks the admin-rights flag. Versions compare
-// part by part: 3.9 is older than 4.5 and yet no conflict.
-TEST(Checks, SessionsAndVersions) {
+// No sessions under Wine; from Vista on the check marks the admin-rights flag. Versions compare part by part: 3.9 is
+// older than 4.5 and yet no conflict. The runtime files: Wine's msvcp60.dll carries no version data (read as missing),
+// so our own DLL with its version resource stands in for a real one. (msvcrt.dll cannot be shown: Wine answers the
+// loaded module's version.)
+TEST(Checks, SessionsVersionsAndRuntimeFiles) {
     deleteTree(HKEY_LOCAL_MACHINE, "Software\\Brevant");
-    UINT result = 7;
-    const std::string op = "Trace in CoreCheckSessions, ";
+    const std::string path = zk::systemDirectory() + "\\msvcp60.dll", backup = path + ".zk-backup",
+                      op = "CoreCheckWindowsFileProtection, ", sessions = "Trace in CoreCheckSessions, ";
+    UINT result = 7, present = 9, missing = 9, unreadable = 9;
     LogCapture log;
     EXPECT_TRUE(CoreCheckSessions(0, &result) == 0 && result == 0 &&
-                log.hasInOrder({op, "\t 0 running sessions found", op + "Number of active sessions 0, *result=0",
-                                "CoreCheckSessions >> OUT, rv = 0x0"}) &&
                 readDword(HKEY_LOCAL_MACHINE, kFlagKey, "AdminPriv") ==
-                    (expectedWinver() == "winxp" ? std::nullopt : std::optional<DWORD>(1)))
-        << log.dump();
-    deleteTree(HKEY_LOCAL_MACHINE, "Software\\Brevant");
-    EXPECT_TRUE(!zk::isUncompatibleVersion(3, 9, 4, 5) && zk::isUncompatibleVersion(3, 4, 4, 5) &&
+                    (expectedWinver() == "winxp" ? std::nullopt : std::optional<DWORD>(1)) &&
+                !zk::isUncompatibleVersion(3, 9, 4, 5) && zk::isUncompatibleVersion(3, 4, 4, 5) &&
                 zk::isUncompatibleVersion(4, 50, 4, 50) && !zk::isUncompatibleVersion(4, 51, 4, 50));
-}
-
-// The runtime files: Wine's msvcp60.dll carries no version data (read as
-// missing), so our own DLL with its version resource stands in for a real one.
-// (msvcrt.dll cannot be shown: Wine answers the loaded module's version.)
-TEST(Checks, FileProtectionMarksMissingRuntimeFiles) {
-    const std::string path = zk::systemDirectory() + "\\msvcp60.dll", backup = path + ".zk-backup",
-                      op = "CoreCheckWindowsFileProtection, ";
+    deleteTree(HKEY_LOCAL_MACHINE, "Software\\Brevant");
     ASSERT_TRUE(MoveFileExA(path.c_str(), backup.c_str(), MOVEFILE_REPLACE_EXISTING));
-    UINT present = 9, missing = 9, unreadable = 9;
-    LogCapture log;
     CopyFileA(env("ZK_DLL").c_str(), path.c_str(), FALSE);
     CoreCheckWindowsFileProtection(0, "setup.exe", &present);
     DeleteFileA(path.c_str());
@@ -111,7 +101,9 @@ TEST(Checks, FileProtectionMarksMissingRuntimeFiles) {
     MoveFileExA(backup.c_str(), path.c_str(), MOVEFILE_REPLACE_EXISTING);
     EXPECT_TRUE(
         present == 0 && missing == 2 && unreadable == 0 &&
-        log.hasInOrder({"Trace in " + op + "result(exist msvcrt.dll and msvcp60.dll) = [0] on file setup.exe",
+        log.hasInOrder({sessions, "\t 0 running sessions found", sessions + "Number of active sessions 0, *result=0",
+                        "CoreCheckSessions >> OUT, rv = 0x0",
+                        "Trace in " + op + "result(exist msvcrt.dll and msvcp60.dll) = [0] on file setup.exe",
                         "Warn in " + op + ", There is no file <" + path + "> exist - so assumed not protected"}) &&
         log.raw().find("Err in " + op + "getFileVersion() on " + path + " failed, err=0x") != std::string::npos)
         << present << missing << unreadable << log.dump();
