@@ -49,19 +49,15 @@ void clean() {
 // Every reader over values already there (77): a valid property overwrites; a default, an unreadable, an unparsable
 // or an out-of-range one never does. The text readers use atoi and force single logon when a timeout is set.
 TEST(Config, ReadersOverwriteOnlyWithValidProperties) {
-    const struct {
-        const char* op;
-        UINT(WINAPI* action)(MSIHANDLE);
-        bool text, logsStored;
-    } readers[] = {{"PKIInstall", PKIInstall, false, false},
-                   {"PKIRegInstall", PKIRegInstall, true, false},
-                   {"CoreStoreProps", CoreStoreProps, true, true}};
+    const std::pair<const char*, UINT(WINAPI*)(MSIHANDLE)> readers[] = {
+        {"PKIInstall", PKIInstall}, {"PKIRegInstall", PKIRegInstall}, {"CoreStoreProps", CoreStoreProps}};
     const std::string props =
         "PROP_PCSCSLOTS|1001|PROP_SOFTWARESLOTS|0|PROP_CERREMOVESTO|37001|PROP_CERTEMP|User;Smartcard "
         "Logon|PROP_SINGLELOGONTO|10000|PROP_SINGLELOGON|0|PROP_PQ_MINLEN|4abc|PROP_PQ_MIXCHARS|-5|PROP_PQ_WARNPERIOD|"
         "\x01\x02\xfe\x7f|PROP_ADVANCED_VIEW|" +
         std::string(1024, '7');
-    for (const auto& r : readers) {
+    for (const auto& [reader, action] : readers) {
+        const bool byText = action != PKIInstall, logsStored = action == CoreStoreProps;
         clean();
         dwords(kNames, 77);
         deleteValue(HKEY_LOCAL_MACHINE, kKey + "CAPI\\IEXPLORE.EXE", "DefEnrollType");  // the one default written
@@ -69,19 +65,19 @@ TEST(Config, ReadersOverwriteOnlyWithValidProperties) {
         TestSession s;
         std::istringstream in(props);  // name|value|name|value...
         for (std::string name, value; std::getline(in, name, '|') && std::getline(in, value, '|');) s.set(name, value);
-        const std::string op = std::string("Trace in ") + r.op + ", ";
+        const std::string op = std::string("Trace in ") + reader + ", ";
         LogCapture log;
-        EXPECT_EQ(r.action(s.handle()), 0u) << r.op;
+        EXPECT_EQ(action(s.handle()), 0u) << reader;
         // Binary junk reads as 0 through atoi.
         EXPECT_EQ(dwords(kNames) + text("CertStore", "RemoveFromTokenOnRemoveFromStoreTemplates"),
-                  std::string("77 77 0 ") + (r.text ? "1" : "0") + " 10000 77 77 77 77 77 77 77 77 4 77 77 77 " +
-                      (r.text ? "0" : "77") + " 77 1 77User;Smartcard Logon")
-            << r.op;
+                  std::string("77 77 0 ") + (byText ? "1" : "0") + " 10000 77 77 77 77 77 77 77 77 4 77 77 77 " +
+                      (byText ? "0" : "77") + " 77 1 77User;Smartcard Logon")
+            << reader;
         EXPECT_TRUE(log.hasInOrder(
-            {r.text ? "Err in msiWrapper::getPropStrVal, msiWrapper::getPropStrVal(): cannot locate CustomActionData "
+            {byText ? "Err in msiWrapper::getPropStrVal, msiWrapper::getPropStrVal(): cannot locate CustomActionData "
                       "property"
                     : "Err in msiWrapper::getPropVal(), MsiGetProperty() cannot locate property PROP_ADVANCED_VIEW",
-             "Warn in " + std::string(r.text ? r.op : "setPropRegistryVal - new") +
+             "Warn in " + std::string(byText ? reader : "setPropRegistryVal - new") +
                  ", failed read property PROP_ADVANCED_VIEW",
              kWarn + "Range fail value 1001 for property PROP_PCSCSLOTS",
              kSet + "GENERAL stores previous value=77 (bUpdateExisting=0)",
@@ -90,9 +86,9 @@ TEST(Config, ReadersOverwriteOnlyWithValidProperties) {
              "Trace in setPropRegistryStrVal - new, key =" + kKey +
                  "CertStore oldvalue=old newvalue=User;Smartcard Logon bUpdateExisting=1 rv=0",
              kWarn + "Range fail value 4294967291 for property PROP_PQ_MIXCHARS"}))
-            << r.op << log.dump();
+            << reader << log.dump();
         EXPECT_TRUE(
-            log.has("Err in msiWrapper::getPropVal(), cannot parse property value to DWORD") != r.text &&
+            log.has("Err in msiWrapper::getPropVal(), cannot parse property value to DWORD") != byText &&
             log.hasInOrder(
                 {op + "PROP_PCSCSLOTS(atoi)=1001", op + "PROP_PQ_MIXCHARS(atoi)=-5",
                  op + "prop_singlelogon=1 because prop_singlelogontimeout!=0",
@@ -101,14 +97,14 @@ TEST(Config, ReadersOverwriteOnlyWithValidProperties) {
                      "0x2710 propagateusercer=0xffffffff propagatecacer=0xffffffff pq_minlen=0x4 "
                      "pq_mixchars=0xfffffffb pq_maxage=0xffffffff pq_warnperiod=0x0 "
                      "pq_historysize=0xffffffff pq_minage=0xffffffff explorer_defenrol=0xffffffff upd_infpath=0x0"}) ==
-                r.text &&
+                byText &&
             log.hasInOrder({op + "stored PROP_SOFTWARESLOTS in MIDDLEWARE\\GENERAL\\SoftwareSlots",
                             op + "stored PROP_EXPLORER_DEFENROL in MIDDLEWARE\\CAPI\\IEXPLORE.EXE\\DefEnrollType"}) ==
-                r.logsStored &&
+                logsStored &&
             log.has(op + "stored PROP_PCSCSLOTS in MIDDLEWARE\\GENERAL\\PcscSlots") +
                     log.count("updateBrowserModules: entry <time>  add=1") ==
-                !r.logsStored)
-            << r.op << log.dump();
+                !logsStored)
+            << reader << log.dump();
     }
     const zk::RangeDecision high = zk::applyRange("PROP_SINGLELOGONTO", 10001), other = zk::applyRange("PROP_X", 12),
                             unset = zk::applyRange("PROP_X", zk::kNotSet);

@@ -44,8 +44,8 @@ TEST(Wrapper, BindsOnceReadsPropertiesAndAsks) {
     int answer = 99;
     s.set("ZK_TEXT", "7\r\nCoreInstall >> OUT\x07");  // control characters are logged as escapes, in one line
     LogCapture log;
-    EXPECT_TRUE(w.initialize() && w.initialize() && w.m_MsiSetPropertyA);
-    EXPECT_TRUE(w.getPropStrVal(s.handle(), "ZK_TEXT", text) == 0 && w.getPropVal(s.handle(), "ZK_TEXT", value) == 0 &&
+    EXPECT_TRUE(w.initialize() && w.initialize() && w.m_MsiSetPropertyA &&
+                w.getPropStrVal(s.handle(), "ZK_TEXT", text) == 0 && w.getPropVal(s.handle(), "ZK_TEXT", value) == 0 &&
                 text == "7\r\nCoreInstall >> OUT\x07" && value == 7 &&
                 w.internalMsiMessageBox(s.handle(), "silent question", MB_OKCANCEL, &answer) == 1602 && answer == 0)
         << text << value << answer;
