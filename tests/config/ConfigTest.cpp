@@ -13,7 +13,7 @@ const std::string kKey = "Software\\Brevant\\Zenkey\\MIDDLEWARE\\",
                   kWarn = "Warn in setPropRegistryVal - new, ",
                   kShared = env("CommonProgramFiles") + "\\brevant shared\\zenkey\\Keyhub\\",
                   kRecord = env("TEMP") + "\\zk-modutil.record";
-// Every number of the client settings, as "group\\name" below MIDDLEWARE.
+// Every number of the client settings, as group\name below MIDDLEWARE.
 const std::string kNames =
     "InitApp\\AdvancedView GENERAL\\PcscSlots GENERAL\\SoftwareSlots GENERAL\\SingleLogon GENERAL\\SingleLogonTimeout "
     "CertStore\\PropagateUserCertificates CertStore\\PropagateCACertificates CertStore\\SynchronizeStore "
@@ -52,9 +52,10 @@ TEST(Config, ReadersOverwriteOnlyWithValidProperties) {
     const std::pair<const char*, UINT(WINAPI*)(MSIHANDLE)> readers[] = {
         {"PKIInstall", PKIInstall}, {"PKIRegInstall", PKIRegInstall}, {"CoreStoreProps", CoreStoreProps}};
     const std::string props =
-        "PROP_PCSCSLOTS|1001|PROP_SOFTWARESLOTS|0|PROP_CERREMOVESTO|37001|PROP_CERTEMP|User;Smartcard "
-        "Logon|PROP_SINGLELOGONTO|10000|PROP_SINGLELOGON|0|PROP_PQ_MINLEN|4abc|PROP_PQ_MIXCHARS|-5|PROP_PQ_WARNPERIOD|"
-        "\x01\x02\xfe\x7f|PROP_ADVANCED_VIEW|" +
+        "PROP_PCSCSLOTS|1001|PROP_SOFTWARESLOTS|0|PROP_CERREMOVESTO|37001|"
+        "PROP_CERTEMP|User;Smartcard Logon|PROP_SINGLELOGONTO|10000|PROP_SINGLELOGON|0|"
+        "PROP_PQ_MINLEN|4abc|PROP_PQ_MIXCHARS|-5|PROP_PQ_WARNPERIOD|\x01\x02\xfe\x7f|"
+        "PROP_ADVANCED_VIEW|" +
         std::string(1024, '7');
     for (const auto& [reader, action] : readers) {
         const bool byText = action != PKIInstall, logsStored = action == CoreStoreProps;

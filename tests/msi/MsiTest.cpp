@@ -160,7 +160,6 @@ TEST(Products, DiscoveryEditsAndRemoval) {
                       lp = "Trace in msiWrapper::getProductPackagePathLocalPackages, ";
     ASSERT_FALSE(keyExists(HKEY_LOCAL_MACHINE, key)) << "the prefix has LocalPackages of its own";
     writeString(HKEY_LOCAL_MACHINE, entry, "S-1-5-18", copy("mrv450.msi", kTmp + "zk-decoy.msi"));
-    LogCapture lookup;
     const std::string cached =
         w.getLocalPackage(k450).at(0);  // the one the uninstall below takes, or it would remove the drivers
     writeString(HKEY_LOCAL_MACHINE, entry, "S-1-5-18", listed);
@@ -170,21 +169,20 @@ TEST(Products, DiscoveryEditsAndRemoval) {
     EXPECT_TRUE(w.getLocalPackage(kNoFiles) == zk::StringList{inCache} && path == "unchanged" &&
                 w.getProductPackagePathUserData("X", path) == ERROR_INVALID_PARAMETER &&
                 w.getProductPackagePathLocalPackages(nullptr, path) == ERROR_INVALID_PARAMETER);
-    EXPECT_TRUE(lookup.hasInOrder(
+    EXPECT_TRUE(log.hasInOrder(
         {"Trace in msiWrapper::getProductPackagePathUserData, msiWrapper::getProductPackagePathUserData -> found : " +
              cached,
          local + cached, lp + "found: " + listed, local + listed, lp + "not found.", local + inCache}))
-        << lookup.dump();
+        << log.dump();
 
     // Package edits commit each statement as it runs and stop at the first failing one (nofiles.msi has
     // no File table). An edited cached package uninstalls without the driver files the new release shares.
     const std::string edit = "Trace in msiWrapper::oldMRVModifyPackage, ";
-    LogCapture edits;
     EXPECT_TRUE(w.oldMRVModifyPackage(listed) == ERROR_BAD_QUERY_SYNTAX &&
                 w.MRV_3_50_CustomAction(copy("mrv350.msi", kTmp + "zk-350.msi")) == 0);
     EXPECT_TRUE(w.oldMRVModifyPackage(cached) == 0 && w.msiUnInstallProduct(k450) == 0 &&
                 fs::exists(kRoot + "4.50\\bvsup.sys") && !fs::exists(kRoot + "4.50\\readme.txt"));
-    EXPECT_TRUE(edits.hasInOrder(
+    EXPECT_TRUE(log.hasInOrder(
         {kExec + "DELETE FROM `CustomAction` WHERE `CustomAction`.`Action`='corecustomdll_uninstall' rv:0x0",
          kExec + "DELETE FROM `File` WHERE `File`.`FileName`='bvsifdh.sys|bvsifdh.sys' rv:0x64f",
          edit + "MsiDatabaseCommit rv:0x0", edit + "msiWrapper::oldMRVModifyPackage OUT 0x64f",
@@ -192,7 +190,7 @@ TEST(Products, DiscoveryEditsAndRemoval) {
                  "'UnInstall.1F7C3E2A_6D94_4B08_A5E1_3C9B0D7E42F6' rv:0x0",
          edit + "localPackage: " + cached,
          kExec + "DELETE FROM `File` WHERE `File`.`FileName`='bvsup.sys|bvsup.sys' rv:0x0", kUn + k450}))
-        << edits.dump();
+        << log.dump();
     for (const std::string& file : {kTmp + "zk-decoy.msi", listed, inCache, kTmp + "zk-350.msi"})
         DeleteFileA(file.c_str());
 
@@ -200,16 +198,15 @@ TEST(Products, DiscoveryEditsAndRemoval) {
     // cleanly.
     const std::string fixed = w.getLocalPackage(k350).at(0), cond = "Trace in msiWrapper::MRV_3_50_RemoveCondition, ";
     SetFileAttributesA(fixed.c_str(), FILE_ATTRIBUTE_READONLY);
-    LogCapture condition;
     EXPECT_TRUE(w.msiRemoveNewerVerCondition(kAbsent) == 0 &&
                 (GetFileAttributesA(fixed.c_str()) & FILE_ATTRIBUTE_READONLY) == 0);
-    EXPECT_TRUE(condition.hasInOrder(
+    EXPECT_TRUE(log.hasInOrder(
         {cond + "msiWrapper::MRV_3_50_RemoveCondition IN", cond + "localPackage: " + fixed,
          cond + "SetFileAttributes - Normal",
          kExec + "DELETE FROM `LaunchCondition` WHERE `LaunchCondition`.`Condition`='NOT(NEWER_VERSION_EXISTS)' rv:0x0",
          cond + "MsiDatabaseCommit rv:0x0", cond + "msiWrapper::MRV_3_50_RemoveCondition OUT 0x0",
          "Trace in msiWrapper::msiRemoveNewerVerCondition, MRV_3_50_RemoveCondition: " + fixed + " return 0x0"}))
-        << condition.dump();
+        << log.dump();
     EXPECT_TRUE(state(k350) == 5 && w.msiUnInstallProduct(k350) == 0 && state(k350) == -1);
 
     // Vista and later leave older releases to the package's upgrade; NT4 and 9x remove in turn without edits, 9x
