@@ -13,40 +13,26 @@ const std::string kKey = "Software\\Brevant\\Zenkey\\MIDDLEWARE\\",
                   kWarn = "Warn in setPropRegistryVal - new, ",
                   kShared = env("CommonProgramFiles") + "\\brevant shared\\zenkey\\Keyhub\\",
                   kRecord = env("TEMP") + "\\zk-modutil.record";
-const Rows kNames = {"InitApp\\AdvancedView",
-                     "GENERAL\\PcscSlots",
-                     "GENERAL\\SoftwareSlots",
-                     "GENERAL\\SingleLogon",
-                     "GENERAL\\SingleLogonTimeout",
-                     "CertStore\\PropagateUserCertificates",
-                     "CertStore\\PropagateCACertificates",
-                     "CertStore\\SynchronizeStore",
-                     "CertStore\\RemoveUserCertsOnTokenRemove",
-                     "CertStore\\AddToTokenOnNewCertInStore",
-                     "CertStore\\RemoveFromStoreOnRemoveFromToken",
-                     "CertStore\\RemoveFromTokenOnRemoveFromStore",
-                     "CertStore\\CertsToRemoveStorePeriod",
-                     "PQ\\pqMinLen",
-                     "PQ\\pqMixChars",
-                     "PQ\\pqMaxAge",
-                     "PQ\\pqMinAge",
-                     "PQ\\pqWarnPeriod",
-                     "PQ\\pqHistorySize",
-                     "CAPI\\IEXPLORE.EXE\\DefEnrollType",
-                     "CAPI\\MinKeySize"};
+// Every number of the client settings, as group\name below MIDDLEWARE.
+const std::string kNames =
+    "InitApp\\AdvancedView GENERAL\\PcscSlots GENERAL\\SoftwareSlots GENERAL\\SingleLogon GENERAL\\SingleLogonTimeout "
+    "CertStore\\PropagateUserCertificates CertStore\\PropagateCACertificates CertStore\\SynchronizeStore "
+    "CertStore\\RemoveUserCertsOnTokenRemove CertStore\\AddToTokenOnNewCertInStore "
+    "CertStore\\RemoveFromStoreOnRemoveFromToken CertStore\\RemoveFromTokenOnRemoveFromStore "
+    "CertStore\\CertsToRemoveStorePeriod PQ\\pqMinLen PQ\\pqMixChars PQ\\pqMaxAge PQ\\pqMinAge PQ\\pqWarnPeriod "
+    "PQ\\pqHistorySize CAPI\\IEXPLORE.EXE\\DefEnrollType CAPI\\MinKeySize";
 void touch(const std::string& path) {
     fs::create_directories(fs::path(path).parent_path());
     std::ofstream(path) << "x";
 }
-// Numbers at "group\name" below MIDDLEWARE (written first when `write` is given) as one text, "-" for a missing one.
-std::string dwords(const Rows& paths, std::optional<DWORD> write = std::nullopt) {
-    std::string all;
-    for (const std::string& p : paths) {
+// Numbers at the space-separated paths (written first when `write` is given) as one text, "-" for a missing one.
+std::string dwords(const std::string& paths, std::optional<DWORD> write = std::nullopt) {
+    std::string all, p;
+    for (std::istringstream in(paths); in >> p;) {
         const std::string key = kKey + p.substr(0, p.rfind('\\')), name = p.substr(p.rfind('\\') + 1);
         if (write) writeDword(HKEY_LOCAL_MACHINE, key, name, *write);
-        all += (all.empty() ? "" : " ") + (readDword(HKEY_LOCAL_MACHINE, key, name)
-                                               ? std::to_string(*readDword(HKEY_LOCAL_MACHINE, key, name))
-                                               : "-");
+        const auto value = readDword(HKEY_LOCAL_MACHINE, key, name);
+        all += (all.empty() ? "" : " ") + (value ? std::to_string(*value) : "-");
     }
     return all;
 }
@@ -60,88 +46,39 @@ void clean() {
         fs::remove_all(dir);
 }
 
-// A fresh installation writes every default; removal takes exactly these values and the keys left empty.
-TEST(Config, DefaultsWrittenThenRemoved) {
-    clean();
-    const std::string app = kShared + "DuoStore Partition\\DuoStorePartition.exe";
-    touch(app);
-    TestSession session;
-    const std::string h = " hInstall=" + std::to_string(session.handle());
-    LogCapture log;
-    EXPECT_TRUE(PKIInstall(session.handle()) == 0 && dwords(kNames) == "1 16 1 0 0 1 1 1 1 1 1 0 7 6 1 0 0 0 10 1 1024")
-        << dwords(kNames);
-    EXPECT_EQ(text("CertStore", "RemoveFromTokenOnRemoveFromStoreTemplates") + text("zkPropsApps\\app1", "zkAppTitle") +
-                  text("zkPropsApps\\app1", "zkAppDescription"),
-              "-Zenkey DuoStore Partition ApplicationEnables the creation of a partition with a customizable size, and "
-              "the loading of files into the partition");
-    EXPECT_TRUE(log.hasInOrder({"setPropRegistryVal - new: entry <time> " + h +
-                                    " propName=PROP_PCSCSLOTS groupName=GENERAL valueName=PcscSlots",
-                                kSet + "GENERAL oldvalue=(none) newvalue(RegSetValue)=16 bUpdateExisting=0 rv=0",
-                                "Trace in setPropRegistryStrVal - new, ignore empty value for "
-                                "property PROP_CERTEMP",
-                                "Trace in clientSharedFolder, shared folder: " + kShared,
-                                "setPropRegistryStrVal - new: entry <time> " + h +
-                                    " propName= groupName=zkPropsApps valueName=zkAppExecutable valueDefault=" + app,
-                                "updateBrowserModules: entry <time>  add=1"}))
-        << log.dump();
-
-    writeString(HKEY_LOCAL_MACHINE, kKey + "CertStore", "RemoveFromTokenOnRemoveFromStoreTemplates", "T");
-    dwords({"GENERAL\\Foreign", "Install\\Reboot"}, 1);
-    LogCapture removal;
-    EXPECT_TRUE(PKIRemove(session.handle()) == 0 &&
-                dwords(kNames) + " " + dwords({"GENERAL\\Foreign", "Install\\Reboot"}) ==
-                    "- - - - - - - - - - - - - - - - - - - - - 1 1");
-    for (const char* gone : {"InitApp", "CertStore", "PQ", "CAPI", "zkPropsApps"})
-        EXPECT_FALSE(keyExists(HKEY_LOCAL_MACHINE, kKey + gone)) << gone;
-    const std::string deleted = "Trace in removeClientSettings, deleted MIDDLEWARE\\";
-    EXPECT_TRUE(removal.hasInOrder({"updateBrowserModules: entry <time>  add=0", deleted + "InitApp\\AdvancedView",
-                                    deleted + "CertStore\\RemoveFromTokenOnRemoveFromStoreTemplates",
-                                    deleted + "zkPropsApps\\app1\\zkAppExecutable",
-                                    "Trace in removeClientSettings, deleted empty key MIDDLEWARE\\CAPI\\IEXPLORE.EXE"}))
-        << removal.dump();
-}
-
 // Every reader over values already there (77): a valid property overwrites; a default, an unreadable, an unparsable
 // or an out-of-range one never does. The text readers use atoi and force single logon when a timeout is set.
 TEST(Config, ReadersOverwriteOnlyWithValidProperties) {
-    const struct {
-        const char* op;
-        UINT(WINAPI* action)(MSIHANDLE);
-        bool text, logsStored;
-    } readers[] = {{"PKIInstall", PKIInstall, false, false},
-                   {"PKIRegInstall", PKIRegInstall, true, false},
-                   {"CoreStoreProps", CoreStoreProps, true, true}};
-    for (const auto& r : readers) {
+    const std::pair<const char*, UINT(WINAPI*)(MSIHANDLE)> readers[] = {
+        {"PKIInstall", PKIInstall}, {"PKIRegInstall", PKIRegInstall}, {"CoreStoreProps", CoreStoreProps}};
+    const std::string props =
+        "PROP_PCSCSLOTS|1001|PROP_SOFTWARESLOTS|0|PROP_CERREMOVESTO|37001|"
+        "PROP_CERTEMP|User;Smartcard Logon|PROP_SINGLELOGONTO|10000|PROP_SINGLELOGON|0|"
+        "PROP_PQ_MINLEN|4abc|PROP_PQ_MIXCHARS|-5|PROP_PQ_WARNPERIOD|\x01\x02\xfe\x7f|"
+        "PROP_ADVANCED_VIEW|" +
+        std::string(1024, '7');
+    for (const auto& [reader, action] : readers) {
+        const bool byText = action != PKIInstall, logsStored = action == CoreStoreProps;
         clean();
         dwords(kNames, 77);
         deleteValue(HKEY_LOCAL_MACHINE, kKey + "CAPI\\IEXPLORE.EXE", "DefEnrollType");  // the one default written
         writeString(HKEY_LOCAL_MACHINE, kKey + "CertStore", "RemoveFromTokenOnRemoveFromStoreTemplates", "old");
         TestSession s;
-        for (const auto& [name, value] :
-             std::vector<std::pair<const char*, std::string>>{{"PROP_PCSCSLOTS", "1001"},
-                                                              {"PROP_SOFTWARESLOTS", "0"},
-                                                              {"PROP_CERREMOVESTO", "37001"},
-                                                              {"PROP_CERTEMP", "User;Smartcard Logon"},
-                                                              {"PROP_SINGLELOGONTO", "10000"},
-                                                              {"PROP_SINGLELOGON", "0"},
-                                                              {"PROP_PQ_MINLEN", "4abc"},
-                                                              {"PROP_PQ_MIXCHARS", "-5"},
-                                                              {"PROP_PQ_WARNPERIOD", "\x01\x02\xfe\x7f"},
-                                                              {"PROP_ADVANCED_VIEW", std::string(1024, '7')}})
-            s.set(name, value);
-        const std::string op = std::string("Trace in ") + r.op + ", ";
+        std::istringstream in(props);  // name|value|name|value...
+        for (std::string name, value; std::getline(in, name, '|') && std::getline(in, value, '|');) s.set(name, value);
+        const std::string op = std::string("Trace in ") + reader + ", ";
         LogCapture log;
-        EXPECT_EQ(r.action(s.handle()), 0u) << r.op;
+        EXPECT_EQ(action(s.handle()), 0u) << reader;
         // Binary junk reads as 0 through atoi.
         EXPECT_EQ(dwords(kNames) + text("CertStore", "RemoveFromTokenOnRemoveFromStoreTemplates"),
-                  std::string("77 77 0 ") + (r.text ? "1" : "0") + " 10000 77 77 77 77 77 77 77 77 4 77 77 77 " +
-                      (r.text ? "0" : "77") + " 77 1 77User;Smartcard Logon")
-            << r.op;
+                  std::string("77 77 0 ") + (byText ? "1" : "0") + " 10000 77 77 77 77 77 77 77 77 4 77 77 77 " +
+                      (byText ? "0" : "77") + " 77 1 77User;Smartcard Logon")
+            << reader;
         EXPECT_TRUE(log.hasInOrder(
-            {r.text ? "Err in msiWrapper::getPropStrVal, msiWrapper::getPropStrVal(): cannot locate CustomActionData "
+            {byText ? "Err in msiWrapper::getPropStrVal, msiWrapper::getPropStrVal(): cannot locate CustomActionData "
                       "property"
                     : "Err in msiWrapper::getPropVal(), MsiGetProperty() cannot locate property PROP_ADVANCED_VIEW",
-             "Warn in " + std::string(r.text ? r.op : "setPropRegistryVal - new") +
+             "Warn in " + std::string(byText ? reader : "setPropRegistryVal - new") +
                  ", failed read property PROP_ADVANCED_VIEW",
              kWarn + "Range fail value 1001 for property PROP_PCSCSLOTS",
              kSet + "GENERAL stores previous value=77 (bUpdateExisting=0)",
@@ -150,9 +87,9 @@ TEST(Config, ReadersOverwriteOnlyWithValidProperties) {
              "Trace in setPropRegistryStrVal - new, key =" + kKey +
                  "CertStore oldvalue=old newvalue=User;Smartcard Logon bUpdateExisting=1 rv=0",
              kWarn + "Range fail value 4294967291 for property PROP_PQ_MIXCHARS"}))
-            << r.op << log.dump();
-        EXPECT_EQ(log.has("Err in msiWrapper::getPropVal(), cannot parse property value to DWORD"), !r.text);
-        EXPECT_EQ(
+            << reader << log.dump();
+        EXPECT_TRUE(
+            log.has("Err in msiWrapper::getPropVal(), cannot parse property value to DWORD") != byText &&
             log.hasInOrder(
                 {op + "PROP_PCSCSLOTS(atoi)=1001", op + "PROP_PQ_MIXCHARS(atoi)=-5",
                  op + "prop_singlelogon=1 because prop_singlelogontimeout!=0",
@@ -160,16 +97,15 @@ TEST(Config, ReadersOverwriteOnlyWithValidProperties) {
                      " advanced_view=0xffffffff pcscslots=0x3e9 softwareslots=0x0 singlelogon=0x1 singlelogontimeout="
                      "0x2710 propagateusercer=0xffffffff propagatecacer=0xffffffff pq_minlen=0x4 "
                      "pq_mixchars=0xfffffffb pq_maxage=0xffffffff pq_warnperiod=0x0 "
-                     "pq_historysize=0xffffffff pq_minage=0xffffffff explorer_defenrol=0xffffffff upd_infpath=0x0"}),
-            r.text)
-            << r.op << log.dump();
-        EXPECT_EQ(
+                     "pq_historysize=0xffffffff pq_minage=0xffffffff explorer_defenrol=0xffffffff upd_infpath=0x0"}) ==
+                byText &&
             log.hasInOrder({op + "stored PROP_SOFTWARESLOTS in MIDDLEWARE\\GENERAL\\SoftwareSlots",
-                            op + "stored PROP_EXPLORER_DEFENROL in MIDDLEWARE\\CAPI\\IEXPLORE.EXE\\DefEnrollType"}),
-            r.logsStored);
-        EXPECT_EQ(log.has(op + "stored PROP_PCSCSLOTS in MIDDLEWARE\\GENERAL\\PcscSlots") +
-                      log.count("updateBrowserModules: entry <time>  add=1"),
-                  !r.logsStored);
+                            op + "stored PROP_EXPLORER_DEFENROL in MIDDLEWARE\\CAPI\\IEXPLORE.EXE\\DefEnrollType"}) ==
+                logsStored &&
+            log.has(op + "stored PROP_PCSCSLOTS in MIDDLEWARE\\GENERAL\\PcscSlots") +
+                    log.count("updateBrowserModules: entry <time>  add=1") ==
+                !logsStored)
+            << reader << log.dump();
     }
     const zk::RangeDecision high = zk::applyRange("PROP_SINGLELOGONTO", 10001), other = zk::applyRange("PROP_X", 12),
                             unset = zk::applyRange("PROP_X", zk::kNotSet);
@@ -177,34 +113,45 @@ TEST(Config, ReadersOverwriteOnlyWithValidProperties) {
                 !unset.bUpdateExisting && !unset.rangeFail);
 }
 
-// Answers the installer's questions: Cancel to the `cancel`th, OK to the others; removes `vanish` while the first is
-// open.
-struct {
-    Rows asked;
-    size_t cancel = 0;
-    std::string vanish;
-} g_ui;
+// Answers the installer's questions: Cancel to the `g_cancel`th, OK to the others; removes `g_vanish` while the first
+// is open.
+Rows g_asked;
+size_t g_cancel = 0;
+std::string g_vanish;
 int WINAPI answer(void*, UINT, LPCSTR message) {
-    g_ui.asked.emplace_back(message);
-    if (g_ui.asked.size() == 1 && !g_ui.vanish.empty()) fs::remove_all(g_ui.vanish);
-    return g_ui.asked.size() == g_ui.cancel ? IDCANCEL : IDOK;
+    g_asked.emplace_back(message);
+    if (g_asked.size() == 1 && !g_vanish.empty()) fs::remove_all(g_vanish);
+    return g_asked.size() == g_cancel ? IDCANCEL : IDOK;
 }
 
-// Firefox profiles (one with blanks), the Mozilla suite's salted folder and a Netscape profile: each database is added,
-// then deleted unless its question is cancelled or it vanished while the question was open.
-TEST(Config, BrowserDatabasesAddedThenDeleted) {
+// A fresh installation writes every default and, once the tool is there, adds our module to each browser database:
+// Firefox profiles (one with blanks), the Mozilla suite's salted folder and a Netscape profile. Removal takes exactly
+// these values and the keys left empty, and deletes each database unless its question is cancelled or it vanished
+// while the question was open.
+TEST(Config, InstalledThenRemoved) {
     clean();
     SetEnvironmentVariableA("ZK_MODUTIL_RECORD", kRecord.c_str());
-    const std::string modutil = kShared + "modutil\\modutil.exe", data = env("APPDATA") + "\\",
+    const std::string app = kShared + "DuoStore Partition\\DuoStorePartition.exe",
+                      more = " GENERAL\\Foreign Install\\Reboot",
+                      deleted = "Trace in removeClientSettings, deleted MIDDLEWARE\\",
+                      modutil = kShared + "modutil\\modutil.exe", data = env("APPDATA") + "\\",
                       op = "Trace in pkcs11_netscape_update_new, ";
-    TestSession session;
-    MsiApi::get().SetExternalUIA(reinterpret_cast<void*>(&answer), 1 << 1 | 1 << 3, nullptr);  // errors, user texts
     const Rows dirs = {data + "Mozilla\\Firefox\\Profiles\\abc.default",
                        data + "Mozilla\\Firefox\\Profiles\\my old profile",
                        data + "Mozilla\\Profiles\\default\\x1y2.slt", data + "Netscape\\Mozilla\\nets.default"};
-    for (int i : {0, 1, 2}) touch(dirs[i] + "\\secmod.db");
+    for (const std::string& file : {app, dirs[0] + "\\secmod.db", dirs[1] + "\\secmod.db", dirs[2] + "\\secmod.db"})
+        touch(file);
+    TestSession session;
+    MsiApi::get().SetExternalUIA(reinterpret_cast<void*>(&answer), 1 << 1 | 1 << 3, nullptr);  // errors, user texts
+    const std::string h = " hInstall=" + std::to_string(session.handle());
     LogCapture log;
-    EXPECT_TRUE(PKIInstall(session.handle()) == 0 && g_ui.asked.empty());  // no tool, no Netscape folder
+    EXPECT_TRUE(PKIInstall(session.handle()) == 0 && g_asked.empty() &&  // no tool, no Netscape folder
+                dwords(kNames) == "1 16 1 0 0 1 1 1 1 1 1 0 7 6 1 0 0 0 10 1 1024")
+        << dwords(kNames);
+    EXPECT_EQ(text("CertStore", "RemoveFromTokenOnRemoveFromStoreTemplates") + text("zkPropsApps\\app1", "zkAppTitle") +
+                  text("zkPropsApps\\app1", "zkAppDescription"),
+              "-Zenkey DuoStore Partition ApplicationEnables the creation of a partition with a customizable size, and "
+              "the loading of files into the partition");
     touch(dirs[3] + "\\secmod.db");
     fs::create_directories(kShared + "modutil");
     ASSERT_TRUE(CopyFileA((env("ZK_FIXTURES") + "\\modutil\\modutil.exe").c_str(), modutil.c_str(), FALSE));
@@ -218,30 +165,46 @@ TEST(Config, BrowserDatabasesAddedThenDeleted) {
         return "Zenkey Keyhub installer will update your " + b + " browser. Please close your " + b +
                " browser, wait few seconds, and press Ok. Press Cancel to skip update.";
     };
-    EXPECT_EQ(g_ui.asked, (Rows{question("Mozilla"), question("Mozilla"), question("Mozilla"), question("Netscape")}));
-    EXPECT_TRUE(log.hasInOrder(
-        {"Err in getModutilPath: Modutil.exe path not valid!!!!!", "Warn in findFiles, Netscape: dir path NOT valid.",
-         "pkcs11_netscape_update_new: entry <time>  vendor=Mozilla add=1",
-         "getModutilPath: Modutil.exe path : " + modutil, op + "Try again (MessageBox()==IDOK)",
-         op + "cmdline:: " + commands[0], "pkcs11_netscape_update_new: entry <time>  vendor=Netscape add=1"}))
-        << log.dump();
+    EXPECT_EQ(g_asked, (Rows{question("Mozilla"), question("Mozilla"), question("Mozilla"), question("Netscape")}));
 
-    g_ui = {{}, 2, dirs[0]};
+    writeString(HKEY_LOCAL_MACHINE, kKey + "CertStore", "RemoveFromTokenOnRemoveFromStoreTemplates", "T");
+    dwords(more, 1);
+    g_asked.clear(), g_cancel = 2, g_vanish = dirs[0];
     LogCapture removal;
-    EXPECT_EQ(PKIRemove(session.handle()), 0u);
+    EXPECT_TRUE(PKIRemove(session.handle()) == 0 &&
+                dwords(kNames + more) == "- - - - - - - - - - - - - - - - - - - - - 1 1");
+    for (const char* gone : {"InitApp", "CertStore", "PQ", "CAPI", "zkPropsApps"})
+        EXPECT_FALSE(keyExists(HKEY_LOCAL_MACHINE, kKey + gone)) << gone;
     std::string line;
     for (std::ifstream in(kRecord); std::getline(in, line);) recorded.push_back(line);
-    EXPECT_TRUE(recorded == commands && g_ui.asked.size() == 4u);
+    EXPECT_TRUE(recorded == commands && g_asked.size() == 4u);
     for (const char* gone : {"Mozilla", "Netscape\\Mozilla"}) fs::remove_all(data + gone);
-    EXPECT_TRUE(PKIInstall(session.handle()) == 0 &&
+    EXPECT_TRUE(PKIInstall(session.handle()) == 0 && zk::browserName("D:\\P\\secmod.db") == "Mozilla Firefox");
+    EXPECT_TRUE(log.hasInOrder({"setPropRegistryVal - new: entry <time> " + h +
+                                    " propName=PROP_PCSCSLOTS groupName=GENERAL valueName=PcscSlots",
+                                kSet + "GENERAL oldvalue=(none) newvalue(RegSetValue)=16 bUpdateExisting=0 rv=0",
+                                "Trace in setPropRegistryStrVal - new, ignore empty value for property PROP_CERTEMP",
+                                "Trace in clientSharedFolder, shared folder: " + kShared,
+                                "setPropRegistryStrVal - new: entry <time> " + h +
+                                    " propName= groupName=zkPropsApps valueName=zkAppExecutable valueDefault=" + app,
+                                "updateBrowserModules: entry <time>  add=1",
+                                "Err in getModutilPath: Modutil.exe path not valid!!!!!",
+                                "Warn in findFiles, Netscape: dir path NOT valid.",
+                                "pkcs11_netscape_update_new: entry <time>  vendor=Mozilla add=1",
+                                "getModutilPath: Modutil.exe path : " + modutil, op + "Try again (MessageBox()==IDOK)",
+                                op + "cmdline:: " + commands[0],
+                                "pkcs11_netscape_update_new: entry <time>  vendor=Netscape add=1"}) &&
                 removal.hasInOrder(
-                    {"Warn in pkcs11_netscape_update_new, data base file gone, skipped: " + dirs[0] + "\\secmod.db",
-                     op + " MessageBox IDCANCEL",
+                    {"updateBrowserModules: entry <time>  add=0",
+                     "Warn in pkcs11_netscape_update_new, data base file gone, skipped: " + dirs[0] + "\\secmod.db",
+                     op + " MessageBox IDCANCEL", deleted + "InitApp\\AdvancedView",
+                     deleted + "CertStore\\RemoveFromTokenOnRemoveFromStoreTemplates",
+                     deleted + "zkPropsApps\\app1\\zkAppExecutable",
+                     "Trace in removeClientSettings, deleted empty key MIDDLEWARE\\CAPI\\IEXPLORE.EXE",
                      "Err in pkcs11_netscape_update_new, pkcs11_netscape_update_new: No data base file 'secmod.db' was "
                      "found..."}) &&
-                removal.count(op + " MessageBox IDCANCEL") == 1 &&
-                zk::browserName("D:\\P\\secmod.db") == "Mozilla Firefox")
-        << removal.dump();
+                removal.count(op + " MessageBox IDCANCEL") == 1)
+        << log.dump();
     clean();
 }
 

@@ -18,11 +18,10 @@ const std::string kUn = "Trace in msiWrapper::msiUnInstallProduct, Uninstalling 
                   kExec = "Trace in msiWrapper::executeDb, executeDb: ", kTmp = env("TEMP") + "\\";
 
 // msi.dll is bound at run time, so the program also starts where it is disabled.
-template <class F>
-F api(const char* name) {
-    return reinterpret_cast<F>(reinterpret_cast<void*>(GetProcAddress(MsiApi::get().module, name)));
+int state(const char* code) {
+    return reinterpret_cast<int(WINAPI*)(LPCSTR)>(
+        reinterpret_cast<void*>(GetProcAddress(MsiApi::get().module, "MsiQueryProductStateA")))(code);
 }
-int state(const char* code) { return api<int(WINAPI*)(LPCSTR)>("MsiQueryProductStateA")(code); }
 std::string release(const char* file) { return env("ZK_FIXTURES") + "\\releases\\" + file; }
 std::string copy(const char* file, const std::string& to) {
     return CopyFileA(release(file).c_str(), to.c_str(), FALSE) ? to : "";
@@ -45,9 +44,8 @@ TEST(Wrapper, BindsOnceReadsPropertiesAndAsks) {
     int answer = 99;
     s.set("ZK_TEXT", "7\r\nCoreInstall >> OUT\x07");  // control characters are logged as escapes, in one line
     LogCapture log;
-    EXPECT_TRUE(w.initialize() && w.initialize() && w.m_MsiGetPropertyA && w.m_MsiProcessMessage &&
-                w.m_MsiEnumProductsA && w.m_MsiSetPropertyA);
-    EXPECT_TRUE(w.getPropStrVal(s.handle(), "ZK_TEXT", text) == 0 && w.getPropVal(s.handle(), "ZK_TEXT", value) == 0 &&
+    EXPECT_TRUE(w.initialize() && w.initialize() && w.m_MsiSetPropertyA &&
+                w.getPropStrVal(s.handle(), "ZK_TEXT", text) == 0 && w.getPropVal(s.handle(), "ZK_TEXT", value) == 0 &&
                 text == "7\r\nCoreInstall >> OUT\x07" && value == 7 &&
                 w.internalMsiMessageBox(s.handle(), "silent question", MB_OKCANCEL, &answer) == 1602 && answer == 0)
         << text << value << answer;
@@ -70,37 +68,29 @@ TEST(Wrapper, BindsOnceReadsPropertiesAndAsks) {
                 TestSession::lastMessage() == "Close it" &&
                 log.has("Trace in CoreMSITest, internalMsiMessageBox displayed, Msg=Close it"))
         << log.dump();
-    MessageBoxWatch watch(IDOK);  // no session: a window box
-    EXPECT_TRUE(CoreMSITest(0, "hello") == 0 && watch.caption() == "MRV4 CoreMSITest" && watch.count() == 1);
+    MessageBoxWatch watch(IDOK);  // no session: a window box, answered OK (1) and logged as shown
+    EXPECT_TRUE(CoreMSITest(0, "hello") == 0 && watch.caption() == "MRV4 CoreMSITest" && watch.count() == 1 &&
+                log.has("Trace in CoreMSITest, MessageBox displayed, Msg=hello"))
+        << log.dump();
 }
 
-// No sessions under Wine; from Vista on the check marks the admin-rights flag. Versions compare
-// part by part: 3.9 is older than 4.5 and yet no conflict.
-TEST(Checks, SessionsAndVersions) {
+// No sessions under Wine; from Vista on the check marks the admin-rights flag. Versions compare part by part: 3.9 is
+// older than 4.5 and yet no conflict. The runtime files: Wine's msvcp60.dll carries no version data (read as missing),
+// so our own DLL with its version resource stands in for a real one. (msvcrt.dll cannot be shown: Wine answers the
+// loaded module's version.)
+TEST(Checks, SessionsVersionsAndRuntimeFiles) {
     deleteTree(HKEY_LOCAL_MACHINE, "Software\\Brevant");
-    UINT result = 7;
-    const std::string op = "Trace in CoreCheckSessions, ";
+    const std::string path = zk::systemDirectory() + "\\msvcp60.dll", backup = path + ".zk-backup",
+                      op = "CoreCheckWindowsFileProtection, ", sessions = "Trace in CoreCheckSessions, ";
+    UINT result = 7, present = 9, missing = 9, unreadable = 9;
     LogCapture log;
     EXPECT_TRUE(CoreCheckSessions(0, &result) == 0 && result == 0 &&
-                log.hasInOrder({op, "\t 0 running sessions found", op + "Number of active sessions 0, *result=0",
-                                "CoreCheckSessions >> OUT, rv = 0x0"}) &&
                 readDword(HKEY_LOCAL_MACHINE, kFlagKey, "AdminPriv") ==
-                    (expectedWinver() == "winxp" ? std::nullopt : std::optional<DWORD>(1)))
-        << log.dump();
-    deleteTree(HKEY_LOCAL_MACHINE, "Software\\Brevant");
-    EXPECT_TRUE(!zk::isUncompatibleVersion(3, 9, 4, 5) && zk::isUncompatibleVersion(3, 4, 4, 5) &&
+                    (expectedWinver() == "winxp" ? std::nullopt : std::optional<DWORD>(1)) &&
+                !zk::isUncompatibleVersion(3, 9, 4, 5) && zk::isUncompatibleVersion(3, 4, 4, 5) &&
                 zk::isUncompatibleVersion(4, 50, 4, 50) && !zk::isUncompatibleVersion(4, 51, 4, 50));
-}
-
-// The runtime files: Wine's msvcp60.dll carries no version data (read as
-// missing), so our own DLL with its version resource stands in for a real one.
-// (msvcrt.dll cannot be shown: Wine answers the loaded module's version.)
-TEST(Checks, FileProtectionMarksMissingRuntimeFiles) {
-    const std::string path = zk::systemDirectory() + "\\msvcp60.dll", backup = path + ".zk-backup";
-    const std::string op = "CoreCheckWindowsFileProtection, ";
+    deleteTree(HKEY_LOCAL_MACHINE, "Software\\Brevant");
     ASSERT_TRUE(MoveFileExA(path.c_str(), backup.c_str(), MOVEFILE_REPLACE_EXISTING));
-    UINT present = 9, missing = 9, unreadable = 9;
-    LogCapture log;
     CopyFileA(env("ZK_DLL").c_str(), path.c_str(), FALSE);
     CoreCheckWindowsFileProtection(0, "setup.exe", &present);
     DeleteFileA(path.c_str());
@@ -109,12 +99,14 @@ TEST(Checks, FileProtectionMarksMissingRuntimeFiles) {
     CoreCheckWindowsFileProtection(0, "x", &unreadable);
     RemoveDirectoryA(path.c_str());
     MoveFileExA(backup.c_str(), path.c_str(), MOVEFILE_REPLACE_EXISTING);
-    EXPECT_TRUE(present == 0 && missing == 2 && unreadable == 0) << present << missing << unreadable;
     EXPECT_TRUE(
-        log.hasInOrder({"Trace in " + op + "result(exist msvcrt.dll and msvcp60.dll) = [0] on file setup.exe",
-                        "Warn in " + op + ", There is no file <" + path + "> exist - so assumed not protected"}))
-        << log.dump();
-    EXPECT_NE(log.raw().find("Err in " + op + "getFileVersion() on " + path + " failed, err=0x"), std::string::npos);
+        present == 0 && missing == 2 && unreadable == 0 &&
+        log.hasInOrder({sessions, "\t 0 running sessions found", sessions + "Number of active sessions 0, *result=0",
+                        "CoreCheckSessions >> OUT, rv = 0x0",
+                        "Trace in " + op + "result(exist msvcrt.dll and msvcp60.dll) = [0] on file setup.exe",
+                        "Warn in " + op + ", There is no file <" + path + "> exist - so assumed not protected"}) &&
+        log.raw().find("Err in " + op + "getFileVersion() on " + path + " failed, err=0x") != std::string::npos)
+        << present << missing << unreadable << log.dump();
 }
 
 TEST(Products, DiscoveryEditsAndRemoval) {
@@ -141,11 +133,11 @@ TEST(Products, DiscoveryEditsAndRemoval) {
                           "GetProductCodeByUpgrade, Warn - possible found product by hint (but we use WSI Upgrade page "
                           "property instead of MsiOpenProduct() to solve WSO msiexec 2 windows bug)...";
     LogCapture log;
-    EXPECT_TRUE(w.GetProductCodeByUpgrade(kUpgrade, "ZK Test MRV", &last) == 259 &&
-                w.GetProductCodeByUpgrade(kUpgrade, "ZK Test MRV 3.9 and later") == 259 &&
-                w.intGetProductVersion(k450, version) == 0 && w.isProductExists({kAbsent, k39, "X", "", k450}) &&
-                !w.isProductExists({kAbsent}) && w.getLocalPackage("X").empty());
     EXPECT_TRUE(
+        w.GetProductCodeByUpgrade(kUpgrade, "ZK Test MRV", &last) == 259 &&
+        w.GetProductCodeByUpgrade(kUpgrade, "ZK Test MRV 3.9 and later") == 259 &&
+        w.intGetProductVersion(k450, version) == 0 && w.isProductExists({kAbsent, k39, "X", "", k450}) &&
+        !w.isProductExists({kAbsent}) && w.getLocalPackage("X").empty() &&
         log.hasInOrder({walk + "msiWrapper::GetProductCodeByUpgrade() hint=ZK Test MRV upgrade: " + kUpgrade,
                         walk + "product name: ZK Test MRV 3.9", hint, walk + "GetProductCodeByUpgrade OUT , rv=259",
                         walk + "this product name does not apply our hint...",
@@ -168,7 +160,6 @@ TEST(Products, DiscoveryEditsAndRemoval) {
                       lp = "Trace in msiWrapper::getProductPackagePathLocalPackages, ";
     ASSERT_FALSE(keyExists(HKEY_LOCAL_MACHINE, key)) << "the prefix has LocalPackages of its own";
     writeString(HKEY_LOCAL_MACHINE, entry, "S-1-5-18", copy("mrv450.msi", kTmp + "zk-decoy.msi"));
-    LogCapture lookup;
     const std::string cached =
         w.getLocalPackage(k450).at(0);  // the one the uninstall below takes, or it would remove the drivers
     writeString(HKEY_LOCAL_MACHINE, entry, "S-1-5-18", listed);
@@ -178,21 +169,20 @@ TEST(Products, DiscoveryEditsAndRemoval) {
     EXPECT_TRUE(w.getLocalPackage(kNoFiles) == zk::StringList{inCache} && path == "unchanged" &&
                 w.getProductPackagePathUserData("X", path) == ERROR_INVALID_PARAMETER &&
                 w.getProductPackagePathLocalPackages(nullptr, path) == ERROR_INVALID_PARAMETER);
-    EXPECT_TRUE(lookup.hasInOrder(
+    EXPECT_TRUE(log.hasInOrder(
         {"Trace in msiWrapper::getProductPackagePathUserData, msiWrapper::getProductPackagePathUserData -> found : " +
              cached,
          local + cached, lp + "found: " + listed, local + listed, lp + "not found.", local + inCache}))
-        << lookup.dump();
+        << log.dump();
 
     // Package edits commit each statement as it runs and stop at the first failing one (nofiles.msi has
     // no File table). An edited cached package uninstalls without the driver files the new release shares.
     const std::string edit = "Trace in msiWrapper::oldMRVModifyPackage, ";
-    LogCapture edits;
     EXPECT_TRUE(w.oldMRVModifyPackage(listed) == ERROR_BAD_QUERY_SYNTAX &&
                 w.MRV_3_50_CustomAction(copy("mrv350.msi", kTmp + "zk-350.msi")) == 0);
     EXPECT_TRUE(w.oldMRVModifyPackage(cached) == 0 && w.msiUnInstallProduct(k450) == 0 &&
                 fs::exists(kRoot + "4.50\\bvsup.sys") && !fs::exists(kRoot + "4.50\\readme.txt"));
-    EXPECT_TRUE(edits.hasInOrder(
+    EXPECT_TRUE(log.hasInOrder(
         {kExec + "DELETE FROM `CustomAction` WHERE `CustomAction`.`Action`='corecustomdll_uninstall' rv:0x0",
          kExec + "DELETE FROM `File` WHERE `File`.`FileName`='bvsifdh.sys|bvsifdh.sys' rv:0x64f",
          edit + "MsiDatabaseCommit rv:0x0", edit + "msiWrapper::oldMRVModifyPackage OUT 0x64f",
@@ -200,7 +190,7 @@ TEST(Products, DiscoveryEditsAndRemoval) {
                  "'UnInstall.1F7C3E2A_6D94_4B08_A5E1_3C9B0D7E42F6' rv:0x0",
          edit + "localPackage: " + cached,
          kExec + "DELETE FROM `File` WHERE `File`.`FileName`='bvsup.sys|bvsup.sys' rv:0x0", kUn + k450}))
-        << edits.dump();
+        << log.dump();
     for (const std::string& file : {kTmp + "zk-decoy.msi", listed, inCache, kTmp + "zk-350.msi"})
         DeleteFileA(file.c_str());
 
@@ -208,16 +198,15 @@ TEST(Products, DiscoveryEditsAndRemoval) {
     // cleanly.
     const std::string fixed = w.getLocalPackage(k350).at(0), cond = "Trace in msiWrapper::MRV_3_50_RemoveCondition, ";
     SetFileAttributesA(fixed.c_str(), FILE_ATTRIBUTE_READONLY);
-    LogCapture condition;
     EXPECT_TRUE(w.msiRemoveNewerVerCondition(kAbsent) == 0 &&
                 (GetFileAttributesA(fixed.c_str()) & FILE_ATTRIBUTE_READONLY) == 0);
-    EXPECT_TRUE(condition.hasInOrder(
+    EXPECT_TRUE(log.hasInOrder(
         {cond + "msiWrapper::MRV_3_50_RemoveCondition IN", cond + "localPackage: " + fixed,
          cond + "SetFileAttributes - Normal",
          kExec + "DELETE FROM `LaunchCondition` WHERE `LaunchCondition`.`Condition`='NOT(NEWER_VERSION_EXISTS)' rv:0x0",
          cond + "MsiDatabaseCommit rv:0x0", cond + "msiWrapper::MRV_3_50_RemoveCondition OUT 0x0",
          "Trace in msiWrapper::msiRemoveNewerVerCondition, MRV_3_50_RemoveCondition: " + fixed + " return 0x0"}))
-        << condition.dump();
+        << log.dump();
     EXPECT_TRUE(state(k350) == 5 && w.msiUnInstallProduct(k350) == 0 && state(k350) == -1);
 
     // Vista and later leave older releases to the package's upgrade; NT4 and 9x remove in turn without edits, 9x

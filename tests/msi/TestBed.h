@@ -5,6 +5,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <sstream>
 
 #include "frame/Exports.h"
 #include "support/TestLog.h"
