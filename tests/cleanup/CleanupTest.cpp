@@ -30,15 +30,12 @@ using namespace zktest;
 
 namespace {
 
-const std::string kSnap = "RMTable::snapshot, ", kEnv = "Win2KCoreInstaller::checkEnvironment(), ";
-const std::string kBehave = "Win2KCoreInstaller::checkRMbehave(), ", kCheck = "Win2KCoreInstaller::check_RM_behave(), ";
-const std::string kRemove = "Win2KCoreInstaller::removePNPDevice()",
-                  kUsbOp = "Win2KCoreInstaller::DeleteBrevantEnumDevice()";
-const std::string kTokenClass = "SYSTEM\\CurrentControlSet\\Control\\Class\\{3C1E9A40-5B7D-4E21-9F08-6D2A7C4B1E93}";
-const std::string kCalais = "Software\\Microsoft\\Cryptography\\Calais\\Readers",
-                  kServices = "SYSTEM\\CurrentControlSet\\Services\\";
-const std::string kZenkey = "Software\\Brevant\\Zenkey", kMaker = "Brevant Secure Systems Ltd.";
-const std::string kHeld = DriverStage::driversFolder() + "\\zKSCFLT.sys",
+const std::string kSnap = "RMTable::snapshot, ", kEnv = "Win2KCoreInstaller::checkEnvironment(), ",
+                  kBehave = "Win2KCoreInstaller::checkRMbehave(), ", kCheck = "Win2KCoreInstaller::check_RM_behave(), ",
+                  kUsbOp = "Win2KCoreInstaller::DeleteBrevantEnumDevice()", kZenkey = "Software\\Brevant\\Zenkey",
+                  kTokenClass = "SYSTEM\\CurrentControlSet\\Control\\Class\\{3C1E9A40-5B7D-4E21-9F08-6D2A7C4B1E93}",
+                  kCalais = "Software\\Microsoft\\Cryptography\\Calais\\Readers\\",
+                  kServices = "SYSTEM\\CurrentControlSet\\Services\\", kMaker = "Brevant Secure Systems Ltd.",
                   kVidPid = "Trace in Win2KCoreInstaller::cleanOldVidPids(), ",
                   kOverrides = "Software\\Wine\\AppDefaults\\zkrun.exe\\DllOverrides";
 
@@ -63,9 +60,9 @@ TEST_F(Probes, ReaderTableCountsTokenProbeAndReaderWalkWithTheirFailures) {
         UINT n = 1, others = 1;
         LogCapture log;
         EXPECT_TRUE(RMTable().snapshot(none) == rv && isTokenPresent(token) == seen &&
-                    installer.checkRMbehave() == seen);
+                    installer.checkRMbehave() == seen && log.hasInOrder(lines))
+            << log.dump();
         EXPECT_FALSE(snapshotScardDevice("BVS VR", n, others) || isVirtualReaderPresent() || token || n || others);
-        EXPECT_TRUE(log.hasInOrder(lines)) << log.dump();
     };
     listFails(nullptr, 0x8010002e, 0,
               {"Warn in " + kSnap + "SCARD_E_NO_READERS_AVAILABLE - may be setup on clean system",
@@ -77,19 +74,17 @@ TEST_F(Probes, ReaderTableCountsTokenProbeAndReaderWalkWithTheirFailures) {
     LogCapture log;
     EXPECT_TRUE(isTokenPresent(token) == 0 && token == 0);
     rm.readers({"BVS VR 0", "Token 1", "Zero ATR", "BVS ifdh 1"});
-    rm.card("Token 1", atr);
-    rm.card("Zero ATR", std::vector<BYTE>(33, 0));
-    rm.cardNames(atr, {"Card A", "Card B"});
+    rm.card("Token 1", atr), rm.card("Zero ATR", std::vector<BYTE>(33, 0)), rm.cardNames(atr, {"Card A", "Card B"});
     std::vector<ReaderEntry> r;
-    ASSERT_TRUE(RMTable().snapshot(r) == SCARD_S_SUCCESS && r.size() == 4);
-    EXPECT_TRUE(r[0].name == "BVS VR 0" && r[0].hasCard == 0 && r[1].atr == atr && r[2].hasCard && r[2].atr.empty());
-    EXPECT_EQ(r[1].cardNames, (std::vector<std::string>{"Card A", "Card B"}));
-    EXPECT_TRUE(isTokenPresent(token) == SCARD_S_SUCCESS && token == 1);
-    EXPECT_TRUE(rm.calls("LastCurrentState") == SCARD_STATE_EMPTY && rm.calls("GetStatusChange") == 6)
-        << "it stops at the first token";
     std::vector<std::string> names;
-    EXPECT_TRUE(RMTable().listReaders(names, "BVS ifdh") == 0 && names == std::vector<std::string>{"BVS ifdh 1"});
     UINT nIfdh = 0, nOthers = 0;
+    ASSERT_TRUE(RMTable().snapshot(r) == SCARD_S_SUCCESS && r.size() == 4);
+    EXPECT_TRUE(r[0].name == "BVS VR 0" && r[0].hasCard == 0 && r[1].atr == atr && r[2].hasCard && r[2].atr.empty() &&
+                r[1].cardNames == (std::vector<std::string>{"Card A", "Card B"}));
+    EXPECT_TRUE(isTokenPresent(token) == SCARD_S_SUCCESS && token == 1 &&
+                rm.calls("LastCurrentState") == SCARD_STATE_EMPTY && rm.calls("GetStatusChange") == 6)
+        << "it stops at the first token";
+    EXPECT_TRUE(RMTable().listReaders(names, "BVS ifdh") == 0 && names == std::vector<std::string>{"BVS ifdh 1"});
     countIfdhReaders(nIfdh, nOthers);
     EXPECT_TRUE(nIfdh == 1 && nOthers == 3 && isVirtualReaderPresent() && is_rm_on());
     EXPECT_LOG(
@@ -101,8 +96,7 @@ TEST_F(Probes, ReaderTableCountsTokenProbeAndReaderWalkWithTheirFailures) {
         "::snapshotScardDevice: exit , rmExists: 1, BVS: 1, others: 3", "Trace in ::is_rm_on, SmartCardManager ON");
 
     // A failing card or state query keeps the reader; the last failure comes back.
-    rm.fail("ListCardsSize", 0x80100006);
-    rm.fail("GetStatusChange:BVS ifdh 1", 0x8010000a);
+    rm.fail("ListCardsSize", 0x80100006), rm.fail("GetStatusChange:BVS ifdh 1", 0x8010000a);
     LogCapture failing;
     r.clear();
     EXPECT_TRUE(RMTable().snapshot(r) == static_cast<LONG>(0x8010000a) && r.size() == 4 && r[1].hasCard &&
@@ -127,66 +121,34 @@ TEST_F(Probes, ReaderTableCountsTokenProbeAndReaderWalkWithTheirFailures) {
 
 // The reboot decision: every cause is logged; without one the resource manager is stopped.
 TEST_F(Probes, EnvironmentCheckNamesEveryRebootCause) {
-    const struct {
-        std::vector<std::string> readers;
-        bool listFails, tokenClass;
-        UINT nIfdh, nVR, reboot;
-        DWORD state;
-        std::vector<std::string> lines;
-    } rows[] = {
-        {{"BVS ifdh 0", "BVS VR 0", "BVS ifdh 1"},
-         false,
-         false,
-         2,
-         1,
-         0,
-         SERVICE_STOPPED,
-         {"Trace in " + kEnv + "nIfdh=2 nVR=1 nOthers=0 bTokenPresent=0 rv=0x0 RebootNeeded=0",
-          "Trace in ::stopService, ControlService(SERVICE_CONTROL_STOP) stopped"}},
-        {{"BVS ifdh 0", "BVS VR 0", "Acme 0", "Acme 1"},
-         false,
-         false,
-         1,
-         1,
-         1,
-         SERVICE_RUNNING,
-         {"Trace in " + kEnv + "RebootNeeded because found TokenPresent",
-          "Trace in " + kEnv + "RebootNeeded because nOthers=2",
-          "Trace in " + kEnv + "nIfdh=1 nVR=1 nOthers=2 bTokenPresent=1 rv=0x0 RebootNeeded=1"}},
-        {{"BVS ifdh 0", "Acme 0"},
-         false,
-         false,
-         1,
-         0,
-         1,
-         SERVICE_RUNNING,
-         {"Warn in " + kEnv + "fake reader doesn't exist", "Trace in " + kEnv + "RebootNeeded because nOthers=1"}},
-        {{"BVS VR 0"}, false, true, 0, 1, 1, SERVICE_STOPPED, {"Warn in " + kEnv + "Zenkey Class Exists."}},
-        {{"BVS VR 0"},
-         true,
-         false,
-         0,
-         0,
-         1,
-         SERVICE_RUNNING,
-         {"Warn in " + kEnv + "fake reader doesn't exist", "Trace in " + kEnv + "RebootNeeded because rv=0x80100017"}},
-    };
     ScardSvrService service;
     rm.card("Acme 1", {0x3b, 0x00});
-    for (const auto& row : rows) {
-        rm.readers(row.readers);
-        if (row.listFails) rm.fail("ListReadersSize", 0x80100017);
-        if (row.tokenClass) writeString(HKEY_LOCAL_MACHINE, kTokenClass, "Class", "Zenkey");
+    // plant: 1 the reader list fails, 2 the token class exists; want: nIfdh nVR reboot class running.
+    const auto check = [&](const std::vector<std::string>& readers, int plant, const std::string& want,
+                           const std::vector<std::string>& lines) {
+        rm.readers(readers);
+        if (plant == 1) rm.fail("ListReadersSize", 0x80100017);
+        if (plant == 2) writeString(HKEY_LOCAL_MACHINE, kTokenClass, "Class", "Zenkey");
         if (service.state() != SERVICE_RUNNING) service.start();
         UINT nIfdh = 9, nVR = 9, reboot = 9, classExists = 9;
         LogCapture log;
         installer.checkEnvironment(nIfdh, nVR, reboot, classExists);
         deleteTree(HKEY_LOCAL_MACHINE, kTokenClass);
-        EXPECT_TRUE(nIfdh == row.nIfdh && nVR == row.nVR && reboot == row.reboot &&
-                    (classExists != 0) == row.tokenClass && service.state() == row.state)
-            << row.lines[0];
-        EXPECT_TRUE(log.hasInOrder(row.lines)) << log.dump();
-    }
+        const std::string got = std::to_string(nIfdh) + std::to_string(nVR) + std::to_string(reboot) +
+                                std::to_string(classExists != 0) + std::to_string(service.state() == SERVICE_RUNNING);
+        EXPECT_TRUE(got == want && log.hasInOrder(lines)) << got << log.dump();
+    };
+    const std::string env = "Trace in " + kEnv, why = env + "RebootNeeded because ",
+                      fake = "Warn in " + kEnv + "fake reader doesn't exist";
+    check({"BVS ifdh 0", "BVS VR 0", "BVS ifdh 1"}, 0, "21000",
+          {env + "nIfdh=2 nVR=1 nOthers=0 bTokenPresent=0 rv=0x0 RebootNeeded=0",
+           "Trace in ::stopService, ControlService(SERVICE_CONTROL_STOP) stopped"});
+    check({"BVS ifdh 0", "BVS VR 0", "Acme 0", "Acme 1"}, 0, "11101",
+          {why + "found TokenPresent", why + "nOthers=2",
+           env + "nIfdh=1 nVR=1 nOthers=2 bTokenPresent=1 rv=0x0 RebootNeeded=1"});
+    check({"BVS ifdh 0", "Acme 0"}, 0, "10101", {fake, why + "nOthers=1"});
+    check({"BVS VR 0"}, 2, "01110", {"Warn in " + kEnv + "Zenkey Class Exists."});
+    check({"BVS VR 0"}, 1, "00101", {fake, why + "rv=0x80100017"});
 }
 
 // The warning about the resource manager in a real installer session: unless
@@ -247,93 +209,69 @@ TEST(OlderPlatform, NoResourceManagerCheckNoTokenRemoval) {
 // lines) go with their PNF twins; others and refused names stay; the
 // read-only settings file goes.
 TEST(Files, InfPackagesWithTheirTwinsAndTheSettingsFile) {
-    // A line longer than the 512-byte line buffer is read in pieces, each one counting as a line.
+    // A line longer than the 512-byte line buffer is read in pieces, each one counting as a line. Wanted:
+    // the first, sixth and eighth; the last has the name cut off.
     const std::string longLine = "; " + std::string(598, 'x') + "\r\n", ours = "CatalogFile = bvsup.cat";
-    const struct {
-        std::string text;
-        bool wanted;
-    } rows[] = {{"CATALOGFILE = BVSUP.CAT ; comment", true},
-                {"CatalogFile=bvsup.cat", false},
-                {"CatalogFile = bvsifdh.cat", false},
-                {"CatalogFile = xbvsup.cat", false},
-                {"CatalogFile = other.cat ; bvsup.cat", false},
-                {std::string(19, '\n') + ours, true},
-                {std::string(20, '\n') + ours, false},
-                {longLine + std::string(17, '\n') + ours, true},
-                {longLine + std::string(18, '\n') + ours, false},
-                {std::string(500, ' ') + ours, false}};  // the name cut off
-    for (const auto& r : rows) EXPECT_EQ(isBrevantInfText(r.text, "BvsUp"), r.wanted) << r.text.substr(0, 120);
+    std::string wanted;
+    for (const std::string& text : std::vector<std::string>{
+             "CATALOGFILE = BVSUP.CAT ; comment", "CatalogFile=bvsup.cat", "CatalogFile = bvsifdh.cat",
+             "CatalogFile = xbvsup.cat", "CatalogFile = other.cat ; bvsup.cat", std::string(19, '\n') + ours,
+             std::string(20, '\n') + ours, longLine + std::string(17, '\n') + ours,
+             longLine + std::string(18, '\n') + ours, std::string(500, ' ') + ours})
+        wanted += isBrevantInfText(text, "BvsUp") ? '1' : '0';
+    EXPECT_EQ(wanted, "1000010100");
 
-    const std::string dir = infFolder();
+    const std::string dir = infFolder(), ini = systemDirectory() + "\\zkpass.ini";
     for (const char* name : {"oem9101.inf", "oem9101.pnf", "zk9105.inf", "zk9105.pnf"}) writeFile(dir + name, ours);
     writeFile(dir + "OEM9102.INF", "catalogfile = BVSUP.cat");  // no PNF
     writeFile(dir + "bvs9104.inf", std::string(20, '\n') + ours);
+    writeFile(ini, "[zkpass]");
+    SetFileAttributesA(ini.c_str(), FILE_ATTRIBUTE_READONLY);
     LogCapture log;
     EXPECT_EQ(DeleteBrevantsInfPnf(false, "bvsup"), 0u);
     EXPECT_FALSE(DeleteBrevantInf("oem9101.txt", 0) || DeleteBrevantInf("..\\oem9101.inf", 0));
-    std::string left;
+    zkPassIniDelete();
+    std::string left = exists(ini) ? "zkpass.ini " : "";
     for (const char* name : {"oem9101.inf", "oem9101.pnf", "OEM9102.INF", "bvs9104.inf", "zk9105.inf", "zk9105.pnf"})
         left += exists(dir + name) && DeleteFileA((dir + name).c_str()) ? std::string(name) + " " : "";
     EXPECT_EQ(left, "bvs9104.inf zk9105.inf zk9105.pnf ");
     EXPECT_LOG(log, "IsBrevantInf(): entry <time>   file=oem9101.inf pattern=bvsup",
                "DeleteBrevantInf(): entry <time>   file=oem9101.inf", "DeleteBrevantInf(): exit  bRet=1",
                "Err in DeleteBrevantInf(), failure on file - not .inf type: oem9101.txt",
-               "Err in DeleteBrevantInf(), illegal name: ..\\oem9101.inf");
-
-    const std::string ini = systemDirectory() + "\\zkpass.ini";
-    writeFile(ini, "[zkpass]");
-    SetFileAttributesA(ini.c_str(), FILE_ATTRIBUTE_READONLY);
-    zkPassIniDelete();
-    EXPECT_TRUE(!exists(ini) && log.has("Trace in zkPassIniDelete(), clean read-only attribute on file: " + ini))
-        << log.dump();
+               "Err in DeleteBrevantInf(), illegal name: ..\\oem9101.inf",
+               "Trace in zkPassIniDelete(), clean read-only attribute on file: " + ini);
 }
 
 // ---- The uninstall actions on what a real CoreInstall left: Vista, and XP where the forced clearance
 // follows ("UninstallOnce" runs on Vista only).
 
-// Another vendor's things, planted before the install; gone() names those a removal took.
-struct Decoys {
-    Decoys() {
-        writeRaw(HKEY_LOCAL_MACHINE, kReaderClassKey, "UpperFilters", REG_MULTI_SZ, {"OtherFlt\0\0", 10});
-        writeFile(inf, "[Version]\r\nCatalogFile = xbvsup.cat\r\n");  // like ours, another vendor's catalog
-        writeDword(HKEY_LOCAL_MACHINE, "Software\\Brevant\\Other", "v", 1),
-            writeDword(HKEY_LOCAL_MACHINE, kZenkey, "x", 7);
-        service.create("OtherVendorSvc");
-    }
-    ~Decoys() {
-        DeleteFileA(inf.c_str()), deleteValue(HKEY_LOCAL_MACHINE, kReaderClassKey, "UpperFilters");
-        deleteTree(HKEY_LOCAL_MACHINE, "Software\\Brevant");
-    }
-    std::string gone() const {
-        return std::string(deviceExists(device) ? "" : " device") +
-               (service.open("OtherVendorSvc", SERVICE_QUERY_STATUS) ? "" : " service") + (exists(inf) ? "" : " inf") +
-               (keyExists(HKEY_LOCAL_MACHINE, "Software\\Brevant\\Other") ? "" : " key") +
-               (readDword(HKEY_LOCAL_MACHINE, kZenkey, "x") == 7u ? "" : " value");
-    }
-    TestServices service;
-    TestDevices devices;
-    const std::string device = devices.addReader("*OTH0001"), inf = DriverStage::infFolder() + "\\oem95.inf";
-};
-
+// Another vendor's things, planted before the install, stay: a device, a service, a filter, an INF naming
+// another catalog (like ours), a key and a value.
 TEST(Uninstall, WhatAnInstallationLeftGoesAnotherVendorsThingsStay) {
     ScardSvrService scardSvr;
     Scenario noReaders;  // the resource manager sees no reader
     DriverStage stage;
-    Decoys decoys;
+    TestServices others;
+    TestDevices devices;
+    const std::string decoy = devices.addReader("*OTH0001"), inf = DriverStage::infFolder() + "\\oem95.inf";
+    others.create("OtherVendorSvc");
+    writeRaw(HKEY_LOCAL_MACHINE, kReaderClassKey, "UpperFilters", REG_MULTI_SZ, {"OtherFlt\0\0", 10});
+    writeFile(inf, "[Version]\r\nCatalogFile = xbvsup.cat\r\n");
+    writeDword(HKEY_LOCAL_MACHINE, "Software\\Brevant\\Other", "v", 1), writeDword(HKEY_LOCAL_MACHINE, kZenkey, "x", 7);
     UINT slot = 0;
     ASSERT_EQ(CoreInstall(0, 5, 3, 1, &slot, 0, 0, nullptr), 0u);
     ASSERT_EQ(DriverStage::productOnMachine(),
               "readers=3 fake=1 infs=2 services=bvsifdh,zKSCFLT, filters=OtherFlt,zKSCFLT sys=3 staged=9");
-    // The removal helpers' share: a reader id in lower case, the resource manager's key of a reader,
+    // The removal helpers' share: a reader id in lower case, the resource manager's keys of readers (ours go),
     // tokens of ours and of others, stale instance keys of another product id; INF copies deleted by hand.
-    TestDevices devices;
     devices.addReader("*bvs0009");
-    writeString(HKEY_LOCAL_MACHINE, kCalais + "\\BVS VR 0\\Deep", "x", "");
+    for (const char* key : {"BVS VR 0\\Deep", "BVS ifdh 0", "Acme 0"})
+        writeString(HKEY_LOCAL_MACHINE, kCalais + key, "x", "");
     const std::string token1 = devices.addUsb("VID_7A3C&PID_0001", "ZK0001", kMaker),
                       token2 = devices.addUsb("VID_7a3c&PID_0002", "ZK0002", kMaker),
                       otherVendor = devices.addUsb("VID_1234&PID_0001", "XY0001", kMaker),
-                      otherFirmware = devices.addUsb("VID_7A3C&PID_0001", "ZK0003", "Brevant Systems");
-    const std::string otherPid = "SYSTEM\\CurrentControlSet\\Enum\\USB\\VID_7A3C&PID_0042\\";
+                      otherFirmware = devices.addUsb("VID_7A3C&PID_0001", "ZK0003", "Brevant Systems"),
+                      otherPid = "SYSTEM\\CurrentControlSet\\Enum\\USB\\VID_7A3C&PID_0042\\";
     writeString(HKEY_LOCAL_MACHINE, otherPid + "ZKOWN\\Device Parameters", "x", "");
     writeString(HKEY_LOCAL_MACHINE, otherPid + "ZKOWN", "Service", "BVSUP");
     for (const std::string& copy : DriverStage::installedInfCopies("bvsifdh.inf")) DeleteFileA(copy.c_str());
@@ -347,17 +285,22 @@ TEST(Uninstall, WhatAnInstallationLeftGoesAnotherVendorsThingsStay) {
 
     LogCapture log;
     EXPECT_EQ(CoreUninstall(1, 0) + CoreRegCleanup(0), 0u);
-    std::string left = DriverStage::productOnMachine() + " | decoys gone:" + decoys.gone() + " | trees left:";
+    const bool decoysStay = deviceExists(decoy) && others.open("OtherVendorSvc", SERVICE_QUERY_STATUS) && exists(inf) &&
+                            keyExists(HKEY_LOCAL_MACHINE, "Software\\Brevant\\Other") &&
+                            readDword(HKEY_LOCAL_MACHINE, kZenkey, "x") == 7u;
+    std::string left = DriverStage::productOnMachine() + (decoysStay ? "" : " DECOY GONE") + " | left:";
+    for (const char* key : {"BVS VR 0", "BVS ifdh 0", "Acme 0"})
+        left += keyExists(HKEY_LOCAL_MACHINE, kCalais + key) ? std::string(" ") + key : "";
     for (const std::string& key : trees)
         left += (keyExists(HKEY_LOCAL_MACHINE, kZenkey + "\\" + key) ? " M" : "") +
                 std::string(keyExists(HKEY_USERS, user + "\\" + key) ? " U" : "");
-    EXPECT_EQ(left, "readers=0 fake=0 infs=0 services= filters=OtherFlt sys=0 staged=0 | decoys gone: | trees left: M");
+    EXPECT_EQ(left, "readers=0 fake=0 infs=0 services= filters=OtherFlt sys=0 staged=0 | left: Acme 0 M");
     const bool vista = getPlatform() == PL_WINVISTA;  // on XP the forced clearance takes keys without a service too
     EXPECT_TRUE(!deviceExists(token1) && !deviceExists(token2) && deviceExists(otherVendor) &&
                 deviceExists(otherFirmware) == vista && keyExists(HKEY_LOCAL_MACHINE, otherPid + "ZKOWN") == vista &&
-                !keyExists(HKEY_LOCAL_MACHINE, kCalais + "\\BVS VR 0") && !log.has("Cannot delete file"));
+                !log.has("Cannot delete file"));
     EXPECT_LOG(
-        log, "Warn in " + kRemove + ", found devToRemove=*BVS0009, osdevice=*bvs0009",
+        log, "Warn in Win2KCoreInstaller::removePNPDevice(), found devToRemove=*BVS0009, osdevice=*bvs0009",
         "Err in Win2KCoreInstaller::core_uninstall(), CANNOT FIND BVSUP OEM INF! ",
         "Trace in " + kUsbOp + ", not Brevant device -> Manufacturer: Brevant Systems HID: USB\\VID_7A3C&PID_0001",
         "Trace in " + kUsbOp + ", \tRemoving [2] devices...", "Trace in " + kUsbOp + ", OK!",
@@ -371,7 +314,10 @@ TEST(Uninstall, WhatAnInstallationLeftGoesAnotherVendorsThingsStay) {
         << log.dump();
     if (vista) CoreForcedClearanceUninstall(0, 1);  // called directly it only refuses
     EXPECT_EQ(vista, log.has("Err in CoreForcedClearanceUninstall, Platform doesn't support forced cleanup:6"));
-    deleteTree(HKEY_LOCAL_MACHINE, otherPid), deleteTree(HKEY_USERS, "S-1-5-21-0-0-0-1000\\Software\\Brevant");
+    DeleteFileA(inf.c_str()), deleteValue(HKEY_LOCAL_MACHINE, kReaderClassKey, "UpperFilters");
+    deleteTree(HKEY_LOCAL_MACHINE, otherPid), deleteTree(HKEY_LOCAL_MACHINE, kCalais + "Acme 0");
+    deleteTree(HKEY_LOCAL_MACHINE, "Software\\Brevant"),
+        deleteTree(HKEY_USERS, "S-1-5-21-0-0-0-1000\\Software\\Brevant");
 }
 
 // The readers go at most as many as asked. Minimal hardware leaves the fake reader, the filter package,
@@ -406,64 +352,53 @@ TEST(UninstallOnce, MinimalHardwareKeepsTheFakeReaderAndTheFilter) {
 
 // The answer and UninstRegClean decide the clean-up ("N" in the line: kept), UninstallMsg the restart text.
 TEST(UninstallOnce, CheckUninstallAsksThenCleansUp) {
-    const struct {
-        std::optional<DWORD> regClean;
-        int answer;
-        bool uninstallMsg;
-        const char* line;
-    } rows[] = {{1, IDYES, true, "YES , bQuest=1"},
-                {0, IDYES, false, "NO - "},
-                {0, IDNO, false, "YES , bQuest=0"},
-                {std::nullopt, IDYES, true, "NO - "},
-                {std::nullopt, IDNO, false, "YES , bQuest=4294967295"}};
-    for (const auto& row : rows) {
+    const auto check = [](std::optional<DWORD> regClean, int answer, bool uninstallMsg, const std::string& line) {
         writeDword(HKEY_LOCAL_MACHINE, kZenkey + "\\Cache", "v", 1);
-        if (row.regClean) writeDword(HKEY_LOCAL_MACHINE, kFlagKey, "UninstRegClean", *row.regClean);
-        if (row.uninstallMsg) writeDword(HKEY_LOCAL_MACHINE, kFlagKey, "UninstallMsg", 1);
-        TestSession session(TestSession::Ui::Scripted, row.answer);
+        if (regClean) writeDword(HKEY_LOCAL_MACHINE, kFlagKey, "UninstRegClean", *regClean);
+        if (uninstallMsg) writeDword(HKEY_LOCAL_MACHINE, kFlagKey, "UninstallMsg", 1);
+        TestSession session(TestSession::Ui::Scripted, answer);
         const int before = TestSession::messageCount();
         LogCapture log;
         EXPECT_TRUE(CoreCheckUninstall(session.handle()) == 0 &&
-                    log.has(std::string("Trace in CoreCheckUninstall, UNINST: USER CHOOSE ") + row.line) &&
-                    keyExists(HKEY_LOCAL_MACHINE, kZenkey + "\\Cache") == (row.line[0] == 'N') &&
-                    TestSession::messageCount() - before == (row.uninstallMsg ? 2 : 1))
+                    log.has("Trace in CoreCheckUninstall, UNINST: USER CHOOSE " + line) &&
+                    keyExists(HKEY_LOCAL_MACHINE, kZenkey + "\\Cache") == (line[0] == 'N') &&
+                    TestSession::messageCount() - before == (uninstallMsg ? 2 : 1))
             << log.dump();
         EXPECT_EQ(TestSession::lastMessage() + std::to_string(TestSession::lastType() & 0xFFFFFu),
-                  row.uninstallMsg ? "You must restart the computer to complete the uninstall procedure.262192"
-                                   : "Do you want to save configurations?262196");
+                  uninstallMsg ? "You must restart the computer to complete the uninstall procedure.262192"
+                               : "Do you want to save configurations?262196");
         deleteTree(HKEY_LOCAL_MACHINE, "Software\\Brevant");
-    }
+    };
+    check(1, IDYES, true, "YES , bQuest=1"), check(0, IDYES, false, "NO - "), check(0, IDNO, false, "YES , bQuest=0");
+    check(std::nullopt, IDYES, true, "NO - "), check(std::nullopt, IDNO, false, "YES , bQuest=4294967295");
 }
 
 // XP only: a driver file held open keeps the restart need; the question comes at UI level 0, an OK inside
 // an installation restarts nothing. Without the installer flag the token and reader services' keys go too.
 TEST(ForcedClearance, RestartQuestionOnlyAtUiLevelZeroAndOkInsideAnInstallationRestartsNothing) {
-    const struct {
-        UINT uiLevel, msiFlag;
-        int answer, boxes;
-        bool rebootCalled;
-    } rows[] = {{0, 1, IDOK, 1, true}, {1, 1, IDOK, 0, false}, {0, 0, IDCANCEL, 1, false}};
-    const std::string readOnly = DriverStage::driversFolder() + "\\bvsup.sys";
-    for (const auto& row : rows) {
+    const std::string held = DriverStage::driversFolder() + "\\zKSCFLT.sys",
+                      readOnly = DriverStage::driversFolder() + "\\bvsup.sys";
+    const auto check = [&](UINT uiLevel, UINT msiFlag, int answer, int boxes, bool rebootCalled) {
         DriverStage stage;
         for (const char* name : {"BVSIFDH", "BVSUP"})
             writeString(HKEY_LOCAL_MACHINE, kServices + name, "ImagePath", "x");
-        for (const std::string& file : {kHeld, readOnly}) writeFile(file, "sys");
+        for (const std::string& file : {held, readOnly}) writeFile(file, "sys");
         SetFileAttributesA(readOnly.c_str(), FILE_ATTRIBUTE_READONLY);
-        FileHandle open(CreateFileA(kHeld.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
-        MessageBoxWatch watch(row.answer);
+        FileHandle open(CreateFileA(held.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
+        MessageBoxWatch watch(answer);
         LogCapture log;
-        EXPECT_TRUE(CoreForcedClearanceUninstall(row.uiLevel, row.msiFlag) == 0 && watch.count() == row.boxes &&
-                    watch.caption() == (row.boxes ? "Uninstall reboot" : "") && !exists(readOnly) &&
-                    keyExists(HKEY_LOCAL_MACHINE, kServices + "BVSUP") == (row.msiFlag != 0) &&
-                    keyExists(HKEY_LOCAL_MACHINE, kServices + "BVSIFDH") == (row.msiFlag != 0) &&
-                    (log.raw().find(" bDoneReboot=0") != std::string::npos) == row.rebootCalled)
+        EXPECT_TRUE(CoreForcedClearanceUninstall(uiLevel, msiFlag) == 0 && watch.count() == boxes &&
+                    watch.caption() == (boxes ? "Uninstall reboot" : "") && !exists(readOnly) &&
+                    keyExists(HKEY_LOCAL_MACHINE, kServices + "BVSUP") == (msiFlag != 0) &&
+                    keyExists(HKEY_LOCAL_MACHINE, kServices + "BVSIFDH") == (msiFlag != 0) &&
+                    (log.raw().find(" bDoneReboot=0") != std::string::npos) == rebootCalled)
             << log.dump();
         EXPECT_LOG(log, "Trace in DeleteBrevantDrivers(), clean read-only attribute on file: " + readOnly,
                    "Warn in Win2KCoreInstaller::core_force_clearance_uninstall(), driver file left until restart: "
                    "zKSCFLT.sys");
         for (const char* name : {"BVSIFDH", "BVSUP"}) deleteTree(HKEY_LOCAL_MACHINE, kServices + name);
-    }
+    };
+    check(0, 1, IDOK, 1, true), check(1, 1, IDOK, 0, false), check(0, 0, IDCANCEL, 1, false);
 }
 
 // XP with msi.dll disabled, Wine's own winscard (every context fails: resource manager off), the services gone
@@ -481,9 +416,8 @@ TEST(Faults, UninstallLogsAndSucceeds) {
                 token == 0 && !is_rm_on() && devicesWithId("*BVS0001").empty() &&
                 readString(HKEY_LOCAL_MACHINE, kReaderClassKey, "UpperFilters") == "zKSCFLT" &&
                 log.raw().find("Failed to load <msi.dll> , err(0x") != std::string::npos &&
-                log.count("Err in ::isTokenPresent, SCardEstablishContext() failed, rv:0x80100001") ==
-                    1)  // not asked when off
-        << log.dump();
+                log.count("Err in ::isTokenPresent, SCardEstablishContext() failed, rv:0x80100001") == 1)
+        << log.dump();  // the token probe is not asked when the resource manager is off
     EXPECT_LOG(log, "Err in ::is_rm_on, SCardEstablishContext() failed, rv:0x80100001",
                "Err in " + kSnap + "SCardEstablishContext fails, rv=0x80100001",
                "Trace in ::snapshotScardDevice, Cannot list readers",
