@@ -37,6 +37,7 @@ const std::string kSnap = "RMTable::snapshot, ", kEnv = "Win2KCoreInstaller::che
                   kVidPid = "Trace in Win2KCoreInstaller::cleanOldVidPids(), ",
                   kOverrides = "Software\\Wine\\AppDefaults\\zkrun.exe\\DllOverrides";
 
+const HKEY HKLM = HKEY_LOCAL_MACHINE;
 bool exists(const std::string& file) { return GetFileAttributesA(file.c_str()) != INVALID_FILE_ATTRIBUTES; }
 void writeFile(const std::string& path, const std::string& text) { std::ofstream(path, std::ios::binary) << text; }
 
@@ -117,32 +118,29 @@ TEST_F(Probes, ReaderTableCountsTokenProbeAndReaderWalkWithTheirFailures) {
 TEST_F(Probes, EnvironmentCheckNamesEveryRebootCause) {
     ScardSvrService service;
     rm.card("Acme 1", {0x3b, 0x00});
-    // plant: 1 the reader list fails, 2 the token class exists; want: nIfdh nVR reboot class running.
-    const auto check = [&](const std::vector<std::string>& readers, int plant, const std::string& want,
-                           const std::vector<std::string>& lines) {
-        rm.readers(readers);
-        if (plant == 1) rm.fail("ListReadersSize", 0x80100017);
-        if (plant == 2) writeString(HKEY_LOCAL_MACHINE, kTokenClass, "Class", "Zenkey");
+    // want: nIfdh nVR reboot class running.
+    const auto check = [&](const std::string& want, const std::vector<std::string>& lines) {
         if (service.state() != SERVICE_RUNNING) service.start();
         UINT nIfdh = 9, nVR = 9, reboot = 9, classExists = 9;
         LogCapture log;
         installer.checkEnvironment(nIfdh, nVR, reboot, classExists);
-        deleteTree(HKEY_LOCAL_MACHINE, kTokenClass);
+        deleteTree(HKLM, kTokenClass);
         const std::string got = std::to_string(nIfdh) + std::to_string(nVR) + std::to_string(reboot) +
                                 std::to_string(classExists != 0) + std::to_string(service.state() == SERVICE_RUNNING);
         EXPECT_TRUE(got == want && log.hasInOrder(lines)) << got << log.dump();
     };
     const std::string env = "Trace in " + kEnv, why = env + "RebootNeeded because ",
                       fake = "Warn in " + kEnv + "fake reader doesn't exist";
-    check({"BVS ifdh 0", "BVS VR 0", "BVS ifdh 1"}, 0, "21000",
-          {env + "nIfdh=2 nVR=1 nOthers=0 bTokenPresent=0 rv=0x0 RebootNeeded=0",
-           "Trace in ::stopService, ControlService(SERVICE_CONTROL_STOP) stopped"});
-    check({"BVS ifdh 0", "BVS VR 0", "Acme 0", "Acme 1"}, 0, "11101",
-          {why + "found TokenPresent", why + "nOthers=2",
-           env + "nIfdh=1 nVR=1 nOthers=2 bTokenPresent=1 rv=0x0 RebootNeeded=1"});
-    check({"BVS ifdh 0", "Acme 0"}, 0, "10101", {fake, why + "nOthers=1"});
-    check({"BVS VR 0"}, 2, "01110", {"Warn in " + kEnv + "Zenkey Class Exists."});
-    check({"BVS VR 0"}, 1, "00101", {fake, why + "rv=0x80100017"});
+    rm.readers({"BVS ifdh 0", "BVS VR 0", "BVS ifdh 1"});
+    check("21000", {env + "nIfdh=2 nVR=1 nOthers=0 bTokenPresent=0 rv=0x0 RebootNeeded=0",
+                    "Trace in ::stopService, ControlService(SERVICE_CONTROL_STOP) stopped"});
+    rm.readers({"BVS ifdh 0", "BVS VR 0", "Acme 0", "Acme 1"});
+    check("11101", {why + "found TokenPresent", why + "nOthers=2",
+                    env + "nIfdh=1 nVR=1 nOthers=2 bTokenPresent=1 rv=0x0 RebootNeeded=1"});
+    rm.readers({"BVS ifdh 0", "Acme 0"}), check("10101", {fake, why + "nOthers=1"});
+    rm.readers({"BVS VR 0"}), writeString(HKLM, kTokenClass, "Class", "Zenkey");
+    check("01110", {"Warn in " + kEnv + "Zenkey Class Exists."});
+    rm.fail("ListReadersSize", 0x80100017), check("00101", {fake, why + "rv=0x80100017"});
 }
 
 // The warning about the resource manager in a real installer session: unless
@@ -185,9 +183,9 @@ TEST(OlderPlatform, NoResourceManagerCheckNoTokenRemoval) {
     TestDevices devices;
     const std::string token = devices.addUsb("VID_7A3C&PID_0001", "ZK0009", kMaker);
     LogCapture log;
-    Win2KCoreInstaller installer;
-    installer.check_RM_behave(session.handle());
-    EXPECT_TRUE(!installer.DeleteBrevantEnumDevice() && deviceExists(token) && TestSession::messageCount() == 0);
+    Win2KCoreInstaller().check_RM_behave(session.handle());
+    EXPECT_TRUE(!Win2KCoreInstaller().DeleteBrevantEnumDevice() && deviceExists(token) &&
+                TestSession::messageCount() == 0);
     EXPECT_LOG(log, "Trace in " + kUsbOp + ", exit DeleteBrevantEnumDevice because unsupported platform");
 }
 
@@ -243,9 +241,9 @@ TEST(Uninstall, WhatAnInstallationLeftGoesAnotherVendorsThingsStay) {
     TestDevices devices;
     const std::string decoy = devices.addReader("*OTH0001"), inf = DriverStage::infFolder() + "\\oem95.inf";
     others.create("OtherVendorSvc");
-    writeRaw(HKEY_LOCAL_MACHINE, kReaderClassKey, "UpperFilters", REG_MULTI_SZ, {"OtherFlt\0\0", 10});
+    writeRaw(HKLM, kReaderClassKey, "UpperFilters", REG_MULTI_SZ, {"OtherFlt\0\0", 10});
     writeFile(inf, "[Version]\r\nCatalogFile = xbvsup.cat\r\n");
-    writeDword(HKEY_LOCAL_MACHINE, "Software\\Brevant\\Other", "v", 1), writeDword(HKEY_LOCAL_MACHINE, kZenkey, "x", 7);
+    writeDword(HKLM, "Software\\Brevant\\Other", "v", 1), writeDword(HKLM, kZenkey, "x", 7);
     UINT slot = 0;
     ASSERT_EQ(CoreInstall(0, 5, 3, 1, &slot, 0, 0, nullptr), 0u);
     ASSERT_EQ(DriverStage::productOnMachine(),
@@ -253,40 +251,36 @@ TEST(Uninstall, WhatAnInstallationLeftGoesAnotherVendorsThingsStay) {
     // The removal helpers' share: a reader id in lower case, the resource manager's keys of readers (ours go),
     // tokens of ours and of others, stale instance keys of another product id; INF copies deleted by hand.
     devices.addReader("*bvs0009");
-    for (const char* key : {"BVS VR 0\\Deep", "BVS ifdh 0", "Acme 0"})
-        writeString(HKEY_LOCAL_MACHINE, kCalais + key, "x", "");
+    for (const char* key : {"BVS VR 0\\Deep", "BVS ifdh 0", "Acme 0"}) writeString(HKLM, kCalais + key, "x", "");
     const std::string token1 = devices.addUsb("VID_7A3C&PID_0001", "ZK0001", kMaker),
                       token2 = devices.addUsb("VID_7a3c&PID_0002", "ZK0002", kMaker),
                       otherVendor = devices.addUsb("VID_1234&PID_0001", "XY0001", kMaker),
                       otherFirmware = devices.addUsb("VID_7A3C&PID_0001", "ZK0003", "Brevant Systems"),
                       otherPid = "SYSTEM\\CurrentControlSet\\Enum\\USB\\VID_7A3C&PID_0042\\";
-    writeString(HKEY_LOCAL_MACHINE, otherPid + "ZKOWN\\Device Parameters", "x", "");
-    writeString(HKEY_LOCAL_MACHINE, otherPid + "ZKOWN", "Service", "BVSUP");
+    writeString(HKLM, otherPid + "ZKOWN\\Device Parameters", "x", "");
+    writeString(HKLM, otherPid + "ZKOWN", "Service", "BVSUP");
     for (const std::string& copy : DriverStage::installedInfCopies("bvsifdh.inf")) DeleteFileA(copy.c_str());
     // The machine's and a user's product trees: the registry clean-up takes all but the machine's zKFormat.
     const std::string user = "S-1-5-21-0-0-0-1000\\" + kZenkey,
                       trees[] = {"Cache",       "logging",      "MIDDLEWARE", "CachedCertificates", "Core", "zKCAPI",
                                  "zKCertStore", "zKProperties", "zKFormat"};
     for (const std::string& key : trees)
-        writeDword(HKEY_LOCAL_MACHINE, kZenkey + "\\" + key + "\\Deep", "v", 1),
-            writeDword(HKEY_USERS, user + "\\" + key, "v", 1);
+        writeDword(HKLM, kZenkey + "\\" + key + "\\Deep", "v", 1), writeDword(HKEY_USERS, user + "\\" + key, "v", 1);
 
     LogCapture log;
     EXPECT_EQ(CoreUninstall(1, 0) + CoreRegCleanup(0), 0u);
-    const bool decoysStay = deviceExists(decoy) && others.open("OtherVendorSvc", SERVICE_QUERY_STATUS) && exists(inf) &&
-                            keyExists(HKEY_LOCAL_MACHINE, "Software\\Brevant\\Other") &&
-                            readDword(HKEY_LOCAL_MACHINE, kZenkey, "x") == 7u;
-    std::string left = DriverStage::productOnMachine() + (decoysStay ? "" : " DECOY GONE") + " | left:";
+    std::string left = DriverStage::productOnMachine() + " | left:";
     for (const std::string& key : trees)
-        left += (keyExists(HKEY_LOCAL_MACHINE, kZenkey + "\\" + key) ? " M" : "") +
+        left += (keyExists(HKLM, kZenkey + "\\" + key) ? " M" : "") +
                 std::string(keyExists(HKEY_USERS, user + "\\" + key) ? " U" : "");
     EXPECT_EQ(left, "readers=0 fake=0 infs=0 services= filters=OtherFlt sys=0 staged=0 | left: M");
     const bool vista = getPlatform() == PL_WINVISTA;  // on XP the forced clearance takes keys without a service too
-    EXPECT_TRUE(!deviceExists(token1) && !deviceExists(token2) && deviceExists(otherVendor) &&
-                deviceExists(otherFirmware) == vista && keyExists(HKEY_LOCAL_MACHINE, otherPid + "ZKOWN") == vista &&
-                !keyExists(HKEY_LOCAL_MACHINE, kCalais + "BVS VR 0") &&
-                !keyExists(HKEY_LOCAL_MACHINE, kCalais + "BVS ifdh 0") &&
-                keyExists(HKEY_LOCAL_MACHINE, kCalais + "Acme 0") && !log.has("Cannot delete file"));
+    EXPECT_TRUE(deviceExists(decoy) && others.open("OtherVendorSvc", SERVICE_QUERY_STATUS) && exists(inf) &&
+                keyExists(HKLM, "Software\\Brevant\\Other") && readDword(HKLM, kZenkey, "x") == 7u &&
+                !deviceExists(token1) && !deviceExists(token2) && deviceExists(otherVendor) &&
+                deviceExists(otherFirmware) == vista && keyExists(HKLM, otherPid + "ZKOWN") == vista &&
+                !keyExists(HKLM, kCalais + "BVS VR 0") && !keyExists(HKLM, kCalais + "BVS ifdh 0") &&
+                keyExists(HKLM, kCalais + "Acme 0") && !log.has("Cannot delete file"));
     EXPECT_LOG(
         log, "Warn in Win2KCoreInstaller::removePNPDevice(), found devToRemove=*BVS0009, osdevice=*bvs0009",
         "Err in Win2KCoreInstaller::core_uninstall(), CANNOT FIND BVSUP OEM INF! ",
@@ -302,9 +296,9 @@ TEST(Uninstall, WhatAnInstallationLeftGoesAnotherVendorsThingsStay) {
         << log.dump();
     if (vista) CoreForcedClearanceUninstall(0, 1);  // called directly it only refuses
     EXPECT_EQ(vista, log.has("Err in CoreForcedClearanceUninstall, Platform doesn't support forced cleanup:6"));
-    DeleteFileA(inf.c_str()), deleteValue(HKEY_LOCAL_MACHINE, kReaderClassKey, "UpperFilters");
+    DeleteFileA(inf.c_str()), deleteValue(HKLM, kReaderClassKey, "UpperFilters");
     for (const std::string& key : {otherPid, kCalais + "Acme 0", std::string("Software\\Brevant")})
-        deleteTree(HKEY_LOCAL_MACHINE, key);
+        deleteTree(HKLM, key);
     deleteTree(HKEY_USERS, "S-1-5-21-0-0-0-1000\\Software\\Brevant");
 }
 
@@ -326,14 +320,13 @@ TEST(UninstallOnce, MinimalHardwareKeepsTheFakeReaderAndTheFilter) {
     LogCapture log;
     EXPECT_TRUE(
         CoreUninstall(1, 1) == 0 && devicesWithId("*BVS0001").empty() && deviceExists(fake) && exists(filterInf) &&
-        DriverStage::filters().find("zKSCFLT") != std::string::npos &&
-        keyExists(HKEY_LOCAL_MACHINE, kServices + "zKSCFLT") &&
+        DriverStage::filters().find("zKSCFLT") != std::string::npos && keyExists(HKLM, kServices + "zKSCFLT") &&
         log.has(
             "Trace in Win2KCoreInstaller::core_uninstall(),  FilterDriver: not used because D_USE_MINIMAL_HW_ONLY"));
-    writeDword(HKEY_LOCAL_MACHINE, kTokenClass, "v", 1), devices.addReader("*BVS0001");
+    writeDword(HKLM, kTokenClass, "v", 1), devices.addReader("*BVS0001");
     LogCapture stopped;
     EXPECT_TRUE(CoreUninstall(1, 1) == 0 && devicesWithId("*BVS0001").empty());
-    deleteTree(HKEY_LOCAL_MACHINE, kTokenClass);
+    deleteTree(HKLM, kTokenClass);
     EXPECT_LOG(stopped, "Err in Win2KCoreInstaller::core_uninstall(), OldVersionExists",
                "Error - EXCEPTION - coreThrow: OldVersionExists, 0x1");
 }
@@ -341,21 +334,21 @@ TEST(UninstallOnce, MinimalHardwareKeepsTheFakeReaderAndTheFilter) {
 // The answer and UninstRegClean decide the clean-up ("N" in the line: kept), UninstallMsg the restart text.
 TEST(UninstallOnce, CheckUninstallAsksThenCleansUp) {
     const auto check = [](std::optional<DWORD> regClean, int answer, bool uninstallMsg, const std::string& line) {
-        writeDword(HKEY_LOCAL_MACHINE, kZenkey + "\\Cache", "v", 1);
-        if (regClean) writeDword(HKEY_LOCAL_MACHINE, kFlagKey, "UninstRegClean", *regClean);
-        if (uninstallMsg) writeDword(HKEY_LOCAL_MACHINE, kFlagKey, "UninstallMsg", 1);
+        writeDword(HKLM, kZenkey + "\\Cache", "v", 1);
+        if (regClean) writeDword(HKLM, kFlagKey, "UninstRegClean", *regClean);
+        if (uninstallMsg) writeDword(HKLM, kFlagKey, "UninstallMsg", 1);
         TestSession session(TestSession::Ui::Scripted, answer);
         const int before = TestSession::messageCount();
         LogCapture log;
         EXPECT_TRUE(CoreCheckUninstall(session.handle()) == 0 &&
                     log.has("Trace in CoreCheckUninstall, UNINST: USER CHOOSE " + line) &&
-                    keyExists(HKEY_LOCAL_MACHINE, kZenkey + "\\Cache") == (line[0] == 'N') &&
+                    keyExists(HKLM, kZenkey + "\\Cache") == (line[0] == 'N') &&
                     TestSession::messageCount() - before == (uninstallMsg ? 2 : 1))
             << log.dump();
         EXPECT_EQ(TestSession::lastMessage() + std::to_string(TestSession::lastType() & 0xFFFFFu),
                   uninstallMsg ? "You must restart the computer to complete the uninstall procedure.262192"
                                : "Do you want to save configurations?262196");
-        deleteTree(HKEY_LOCAL_MACHINE, "Software\\Brevant");
+        deleteTree(HKLM, "Software\\Brevant");
     };
     check(1, IDYES, true, "YES , bQuest=1"), check(0, IDYES, false, "NO - "), check(0, IDNO, false, "YES , bQuest=0");
     check(std::nullopt, IDYES, true, "NO - "), check(std::nullopt, IDNO, false, "YES , bQuest=4294967295");
@@ -368,8 +361,7 @@ TEST(ForcedClearance, RestartQuestionOnlyAtUiLevelZeroAndOkInsideAnInstallationR
                       readOnly = DriverStage::driversFolder() + "\\bvsup.sys";
     const auto check = [&](UINT uiLevel, UINT msiFlag, int answer, int boxes, bool rebootCalled) {
         DriverStage stage;
-        for (const char* name : {"BVSIFDH", "BVSUP"})
-            writeString(HKEY_LOCAL_MACHINE, kServices + name, "ImagePath", "x");
+        for (const char* name : {"BVSIFDH", "BVSUP"}) writeString(HKLM, kServices + name, "ImagePath", "x");
         for (const std::string& file : {held, readOnly}) writeFile(file, "sys");
         SetFileAttributesA(readOnly.c_str(), FILE_ATTRIBUTE_READONLY);
         FileHandle open(CreateFileA(held.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
@@ -377,14 +369,14 @@ TEST(ForcedClearance, RestartQuestionOnlyAtUiLevelZeroAndOkInsideAnInstallationR
         LogCapture log;
         EXPECT_TRUE(CoreForcedClearanceUninstall(uiLevel, msiFlag) == 0 && watch.count() == boxes &&
                     watch.caption() == (boxes ? "Uninstall reboot" : "") && !exists(readOnly) &&
-                    keyExists(HKEY_LOCAL_MACHINE, kServices + "BVSUP") == (msiFlag != 0) &&
-                    keyExists(HKEY_LOCAL_MACHINE, kServices + "BVSIFDH") == (msiFlag != 0) &&
+                    keyExists(HKLM, kServices + "BVSUP") == (msiFlag != 0) &&
+                    keyExists(HKLM, kServices + "BVSIFDH") == (msiFlag != 0) &&
                     (log.raw().find(" bDoneReboot=0") != std::string::npos) == rebootCalled)
             << log.dump();
         EXPECT_LOG(log, "Trace in DeleteBrevantDrivers(), clean read-only attribute on file: " + readOnly,
                    "Warn in Win2KCoreInstaller::core_force_clearance_uninstall(), driver file left until restart: "
                    "zKSCFLT.sys");
-        for (const char* name : {"BVSIFDH", "BVSUP"}) deleteTree(HKEY_LOCAL_MACHINE, kServices + name);
+        for (const char* name : {"BVSIFDH", "BVSUP"}) deleteTree(HKLM, kServices + name);
     };
     check(0, 1, IDOK, 1, true), check(1, 1, IDOK, 0, false), check(0, 0, IDCANCEL, 1, false);
 }
@@ -396,12 +388,12 @@ TEST(ForcedClearance, RestartQuestionOnlyAtUiLevelZeroAndOkInsideAnInstallationR
 TEST(Faults, UninstallLogsAndSucceeds) {
     ScardSvrService scardSvr;
     TestDevices devices;
-    devices.addReader("*BVS0001"), writeString(HKEY_LOCAL_MACHINE, kReaderClassKey, "UpperFilters", "zKSCFLT");
+    devices.addReader("*BVS0001"), writeString(HKLM, kReaderClassKey, "UpperFilters", "zKSCFLT");
     LogCapture log;
     DWORD token = 1;
     EXPECT_TRUE(CoreUninstall(0, 0) == 0 && isTokenPresent(token) == static_cast<LONG>(SCARD_F_INTERNAL_ERROR) &&
                 token == 0 && !is_rm_on() && devicesWithId("*BVS0001").empty() &&
-                readString(HKEY_LOCAL_MACHINE, kReaderClassKey, "UpperFilters") == "zKSCFLT" &&
+                readString(HKLM, kReaderClassKey, "UpperFilters") == "zKSCFLT" &&
                 log.raw().find("Failed to load <msi.dll> , err(0x") != std::string::npos &&
                 log.count("Err in ::isTokenPresent, SCardEstablishContext() failed, rv:0x80100001") == 1)
         << log.dump();  // the token probe is not asked when the resource manager is off
@@ -411,7 +403,7 @@ TEST(Faults, UninstallLogsAndSucceeds) {
                "Trace in " + kEnv + "nIfdh=0 nVR=0 nOthers=0 bTokenPresent=0 rv=0x0 RebootNeeded=0",
                "Trace in ::deleteService, OpenService() fails because ERROR_SERVICE_DOES_NOT_EXIST",
                "Err in regUpperFilter(), RegQueryValueEx UpperFilters type is not REG_MULTI_SZ");
-    deleteValue(HKEY_LOCAL_MACHINE, kReaderClassKey, "UpperFilters");
+    deleteValue(HKLM, kReaderClassKey, "UpperFilters");
 
     devices.addReader("*BVS0001"), writeString(HKEY_CURRENT_USER, kOverrides, "setupapi", "");
     LogCapture noSetup;
