@@ -41,8 +41,7 @@ const HKEY HKLM = HKEY_LOCAL_MACHINE;
 bool exists(const std::string& file) { return GetFileAttributesA(file.c_str()) != INVALID_FILE_ATTRIBUTES; }
 void writeFile(const std::string& path, const std::string& text) { std::ofstream(path, std::ios::binary) << text; }
 
-class Probes : public ::testing::Test {
-protected:
+struct Probes : ::testing::Test {
     void TearDown() override { EXPECT_EQ(rm.calls("Established"), rm.calls("Released")) << "a context left open"; }
     Scenario rm;
     Win2KCoreInstaller installer;
