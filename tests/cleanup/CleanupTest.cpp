@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
-#include <optional>
 
 #include "support/MessageBoxWatch.h"
 #include "cleanup/FileCleanup.h"
@@ -18,7 +17,6 @@
 #include "support/StandIn.h"
 #include "support/TestDevices.h"
 #include "support/TestLog.h"
-#include "support/TestProcess.h"
 #include "support/TestRegistry.h"
 #include "support/TestSession.h"
 
@@ -30,23 +28,20 @@ using namespace zktest;
 
 namespace {
 
-const std::string kSnap = "RMTable::snapshot, ", kEnv = "Win2KCoreInstaller::checkEnvironment(), ";
-const std::string kBehave = "Win2KCoreInstaller::checkRMbehave(), ", kCheck = "Win2KCoreInstaller::check_RM_behave(), ";
-const std::string kRemove = "Win2KCoreInstaller::removePNPDevice()",
-                  kUsbOp = "Win2KCoreInstaller::DeleteBrevantEnumDevice()";
-const std::string kTokenClass = "SYSTEM\\CurrentControlSet\\Control\\Class\\{3C1E9A40-5B7D-4E21-9F08-6D2A7C4B1E93}";
-const std::string kCalais = "Software\\Microsoft\\Cryptography\\Calais\\Readers",
-                  kServices = "SYSTEM\\CurrentControlSet\\Services\\";
-const std::string kZenkey = "Software\\Brevant\\Zenkey", kMaker = "Brevant Secure Systems Ltd.";
-const std::string kHeld = DriverStage::driversFolder() + "\\zKSCFLT.sys",
+const std::string kSnap = "RMTable::snapshot, ", kEnv = "Win2KCoreInstaller::checkEnvironment(), ",
+                  kBehave = "Win2KCoreInstaller::checkRMbehave(), ", kCheck = "Win2KCoreInstaller::check_RM_behave(), ",
+                  kUsbOp = "Win2KCoreInstaller::DeleteBrevantEnumDevice()", kZenkey = "Software\\Brevant\\Zenkey",
+                  kTokenClass = "SYSTEM\\CurrentControlSet\\Control\\Class\\{3C1E9A40-5B7D-4E21-9F08-6D2A7C4B1E93}",
+                  kCalais = "Software\\Microsoft\\Cryptography\\Calais\\Readers\\",
+                  kServices = "SYSTEM\\CurrentControlSet\\Services\\", kMaker = "Brevant Secure Systems Ltd.",
                   kVidPid = "Trace in Win2KCoreInstaller::cleanOldVidPids(), ",
                   kOverrides = "Software\\Wine\\AppDefaults\\zkrun.exe\\DllOverrides";
 
+const HKEY HKLM = HKEY_LOCAL_MACHINE;
 bool exists(const std::string& file) { return GetFileAttributesA(file.c_str()) != INVALID_FILE_ATTRIBUTES; }
 void writeFile(const std::string& path, const std::string& text) { std::ofstream(path, std::ios::binary) << text; }
 
-class Probes : public ::testing::Test {
-protected:
+struct Probes : ::testing::Test {
     void TearDown() override { EXPECT_EQ(rm.calls("Established"), rm.calls("Released")) << "a context left open"; }
     Scenario rm;
     Win2KCoreInstaller installer;
@@ -56,65 +51,57 @@ protected:
 
 TEST_F(Probes, ReaderTableCountsTokenProbeAndReaderWalkWithTheirFailures) {
     // A failing reader list, seen by the table, the token probe, the counts and the installer's reader walk.
+    std::vector<ReaderEntry> r;
+    std::vector<std::string> names;
+    DWORD token = 1;
+    UINT n = 1, others = 1;
     const auto listFails = [&](const char* call, LONG rv, LONG seen, const std::vector<std::string>& lines) {
         if (call) rm.fail(call, rv);
-        std::vector<ReaderEntry> none;
-        DWORD token = 1;
-        UINT n = 1, others = 1;
         LogCapture log;
-        EXPECT_TRUE(RMTable().snapshot(none) == rv && isTokenPresent(token) == seen &&
-                    installer.checkRMbehave() == seen);
+        token = n = others = 1;
+        EXPECT_TRUE(RMTable().snapshot(r) == rv && isTokenPresent(token) == seen && installer.checkRMbehave() == seen &&
+                    log.hasInOrder(lines))
+            << log.dump();
         EXPECT_FALSE(snapshotScardDevice("BVS VR", n, others) || isVirtualReaderPresent() || token || n || others);
-        EXPECT_TRUE(log.hasInOrder(lines)) << log.dump();
     };
     listFails(nullptr, 0x8010002e, 0,
               {"Warn in " + kSnap + "SCARD_E_NO_READERS_AVAILABLE - may be setup on clean system",
                "Warn in ::isTokenPresent, ignore error SCARD_E_NO_READERS_AVAILABLE (rv=0x8010002e)",
                "Warn in " + kBehave + "SCARD_E_NO_READERS_AVAILABLE error ignored rv=0x8010002e"});
     const std::vector<BYTE> atr = {0x3b, 0x02, 0x14, 0x50};
-    rm.readers({});
-    DWORD token = 5;
+    rm.readers({}), token = 5;
     LogCapture log;
     EXPECT_TRUE(isTokenPresent(token) == 0 && token == 0);
     rm.readers({"BVS VR 0", "Token 1", "Zero ATR", "BVS ifdh 1"});
-    rm.card("Token 1", atr);
-    rm.card("Zero ATR", std::vector<BYTE>(33, 0));
-    rm.cardNames(atr, {"Card A", "Card B"});
-    std::vector<ReaderEntry> r;
-    ASSERT_TRUE(RMTable().snapshot(r) == SCARD_S_SUCCESS && r.size() == 4);
-    EXPECT_TRUE(r[0].name == "BVS VR 0" && r[0].hasCard == 0 && r[1].atr == atr && r[2].hasCard && r[2].atr.empty());
-    EXPECT_EQ(r[1].cardNames, (std::vector<std::string>{"Card A", "Card B"}));
-    EXPECT_TRUE(isTokenPresent(token) == SCARD_S_SUCCESS && token == 1);
-    EXPECT_TRUE(rm.calls("LastCurrentState") == SCARD_STATE_EMPTY && rm.calls("GetStatusChange") == 6)
-        << "it stops at the first token";
-    std::vector<std::string> names;
-    EXPECT_TRUE(RMTable().listReaders(names, "BVS ifdh") == 0 && names == std::vector<std::string>{"BVS ifdh 1"});
-    UINT nIfdh = 0, nOthers = 0;
-    countIfdhReaders(nIfdh, nOthers);
-    EXPECT_TRUE(nIfdh == 1 && nOthers == 3 && isVirtualReaderPresent() && is_rm_on());
-    EXPECT_LOG(
-        log, "Trace in ::isTokenPresent, SCardListReaders(), found 0 readers",
-        "Trace in " + kSnap + "check reader <BVS VR 0>", "Warn in " + kSnap + "reader <Token 1> hasCard",
-        "Trace in " + kSnap + "\tcardName=Card B", "Trace in ::isTokenPresent, found reader <BVS VR 0>, empty",
-        "::checkPresent: exit , reader <Token 1> ,token present", "::isTokenPresent: exit  rv=0x0 ,token present",
-        "Trace in RMTable::listReaders, \tfound reader name=BVS ifdh 1",
-        "::snapshotScardDevice: exit , rmExists: 1, BVS: 1, others: 3", "Trace in ::is_rm_on, SmartCardManager ON");
-
+    rm.card("Token 1", atr), rm.card("Zero ATR", std::vector<BYTE>(33, 0)), rm.cardNames(atr, {"Card A", "Card B"});
+    ASSERT_TRUE(RMTable().snapshot(r) == SCARD_S_SUCCESS && r.size() == 4 && r[0].name == "BVS VR 0" &&
+                r[0].hasCard == 0 && r[1].atr == atr && r[2].hasCard && r[2].atr.empty() &&
+                r[1].cardNames == (std::vector<std::string>{"Card A", "Card B"}));
+    // The token probe stops at the first token.
+    EXPECT_TRUE(isTokenPresent(token) == SCARD_S_SUCCESS && token == 1 &&
+                rm.calls("LastCurrentState") == SCARD_STATE_EMPTY && rm.calls("GetStatusChange") == 6 &&
+                RMTable().listReaders(names, "BVS ifdh") == 0 && names == std::vector<std::string>{"BVS ifdh 1"});
+    countIfdhReaders(n, others);
+    EXPECT_TRUE(n == 1 && others == 3 && isVirtualReaderPresent() && is_rm_on());
     // A failing card or state query keeps the reader; the last failure comes back.
-    rm.fail("ListCardsSize", 0x80100006);
-    rm.fail("GetStatusChange:BVS ifdh 1", 0x8010000a);
-    LogCapture failing;
+    rm.fail("ListCardsSize", 0x80100006), rm.fail("GetStatusChange:BVS ifdh 1", 0x8010000a);
     r.clear();
     EXPECT_TRUE(RMTable().snapshot(r) == static_cast<LONG>(0x8010000a) && r.size() == 4 && r[1].hasCard &&
                 r[1].cardNames.empty() && !r[3].hasCard);
     EXPECT_TRUE(RMTable().listReaders(names, "") == static_cast<LONG>(0x8010000a) && names.empty());
     rm.readers({"R0", "R1", "R2", "R3", "R4", "R5", "R6", "R7", "R8", "R9", "R10", "R11"});
     EXPECT_EQ(installer.checkRMbehave(), SCARD_S_SUCCESS);  // only the first ten are logged
-    EXPECT_LOG(failing, "Err in " + kSnap + "SCardListCards fails , rv=0x80100006",
-               "Err in " + kSnap + "SCardGetStatusChange fails , rv=0x8010000a",
-               "Err in RMTable::listReaders, snapshot() fails, rv=0x8010000a",
-               "Trace in " + kBehave + "\treader(0x0) - R0", "Trace in " + kBehave + "\treader(0x9) - R9",
-               "Trace in " + kBehave + "Total readers=0xa");
+    EXPECT_LOG(
+        log, "Trace in ::isTokenPresent, SCardListReaders(), found 0 readers",
+        "Trace in " + kSnap + "check reader <BVS VR 0>", "Warn in " + kSnap + "reader <Token 1> hasCard",
+        "Trace in " + kSnap + "\tcardName=Card B", "Trace in ::isTokenPresent, found reader <BVS VR 0>, empty",
+        "::checkPresent: exit , reader <Token 1> ,token present", "::isTokenPresent: exit  rv=0x0 ,token present",
+        "Trace in RMTable::listReaders, \tfound reader name=BVS ifdh 1",
+        "::snapshotScardDevice: exit , rmExists: 1, BVS: 1, others: 3", "Trace in ::is_rm_on, SmartCardManager ON",
+        "Err in " + kSnap + "SCardListCards fails , rv=0x80100006",
+        "Err in " + kSnap + "SCardGetStatusChange fails , rv=0x8010000a",
+        "Err in RMTable::listReaders, snapshot() fails, rv=0x8010000a", "Trace in " + kBehave + "\treader(0x0) - R0",
+        "Trace in " + kBehave + "\treader(0x9) - R9", "Trace in " + kBehave + "Total readers=0xa");
     listFails("ListReadersData", 0x80100008, 0x80100008,
               {"Err in " + kSnap + "SCardListReaders fails read all data, rv=0x80100008",
                "Err in ::isTokenPresent, SCardListReaders() failed read all data, rv:0x80100008",
@@ -127,66 +114,31 @@ TEST_F(Probes, ReaderTableCountsTokenProbeAndReaderWalkWithTheirFailures) {
 
 // The reboot decision: every cause is logged; without one the resource manager is stopped.
 TEST_F(Probes, EnvironmentCheckNamesEveryRebootCause) {
-    const struct {
-        std::vector<std::string> readers;
-        bool listFails, tokenClass;
-        UINT nIfdh, nVR, reboot;
-        DWORD state;
-        std::vector<std::string> lines;
-    } rows[] = {
-        {{"BVS ifdh 0", "BVS VR 0", "BVS ifdh 1"},
-         false,
-         false,
-         2,
-         1,
-         0,
-         SERVICE_STOPPED,
-         {"Trace in " + kEnv + "nIfdh=2 nVR=1 nOthers=0 bTokenPresent=0 rv=0x0 RebootNeeded=0",
-          "Trace in ::stopService, ControlService(SERVICE_CONTROL_STOP) stopped"}},
-        {{"BVS ifdh 0", "BVS VR 0", "Acme 0", "Acme 1"},
-         false,
-         false,
-         1,
-         1,
-         1,
-         SERVICE_RUNNING,
-         {"Trace in " + kEnv + "RebootNeeded because found TokenPresent",
-          "Trace in " + kEnv + "RebootNeeded because nOthers=2",
-          "Trace in " + kEnv + "nIfdh=1 nVR=1 nOthers=2 bTokenPresent=1 rv=0x0 RebootNeeded=1"}},
-        {{"BVS ifdh 0", "Acme 0"},
-         false,
-         false,
-         1,
-         0,
-         1,
-         SERVICE_RUNNING,
-         {"Warn in " + kEnv + "fake reader doesn't exist", "Trace in " + kEnv + "RebootNeeded because nOthers=1"}},
-        {{"BVS VR 0"}, false, true, 0, 1, 1, SERVICE_STOPPED, {"Warn in " + kEnv + "Zenkey Class Exists."}},
-        {{"BVS VR 0"},
-         true,
-         false,
-         0,
-         0,
-         1,
-         SERVICE_RUNNING,
-         {"Warn in " + kEnv + "fake reader doesn't exist", "Trace in " + kEnv + "RebootNeeded because rv=0x80100017"}},
-    };
     ScardSvrService service;
     rm.card("Acme 1", {0x3b, 0x00});
-    for (const auto& row : rows) {
-        rm.readers(row.readers);
-        if (row.listFails) rm.fail("ListReadersSize", 0x80100017);
-        if (row.tokenClass) writeString(HKEY_LOCAL_MACHINE, kTokenClass, "Class", "Zenkey");
+    // want: nIfdh nVR reboot class running.
+    const auto check = [&](const std::string& want, const std::vector<std::string>& lines) {
         if (service.state() != SERVICE_RUNNING) service.start();
         UINT nIfdh = 9, nVR = 9, reboot = 9, classExists = 9;
         LogCapture log;
         installer.checkEnvironment(nIfdh, nVR, reboot, classExists);
-        deleteTree(HKEY_LOCAL_MACHINE, kTokenClass);
-        EXPECT_TRUE(nIfdh == row.nIfdh && nVR == row.nVR && reboot == row.reboot &&
-                    (classExists != 0) == row.tokenClass && service.state() == row.state)
-            << row.lines[0];
-        EXPECT_TRUE(log.hasInOrder(row.lines)) << log.dump();
-    }
+        deleteTree(HKLM, kTokenClass);
+        const std::string got = std::to_string(nIfdh) + std::to_string(nVR) + std::to_string(reboot) +
+                                std::to_string(classExists != 0) + std::to_string(service.state() == SERVICE_RUNNING);
+        EXPECT_TRUE(got == want && log.hasInOrder(lines)) << got << log.dump();
+    };
+    const std::string env = "Trace in " + kEnv, why = env + "RebootNeeded because ",
+                      fake = "Warn in " + kEnv + "fake reader doesn't exist";
+    rm.readers({"BVS ifdh 0", "BVS VR 0", "BVS ifdh 1"});
+    check("21000", {env + "nIfdh=2 nVR=1 nOthers=0 bTokenPresent=0 rv=0x0 RebootNeeded=0",
+                    "Trace in ::stopService, ControlService(SERVICE_CONTROL_STOP) stopped"});
+    rm.readers({"BVS ifdh 0", "BVS VR 0", "Acme 0", "Acme 1"});
+    check("11101", {why + "found TokenPresent", why + "nOthers=2",
+                    env + "nIfdh=1 nVR=1 nOthers=2 bTokenPresent=1 rv=0x0 RebootNeeded=1"});
+    rm.readers({"BVS ifdh 0", "Acme 0"}), check("10101", {fake, why + "nOthers=1"});
+    rm.readers({"BVS VR 0"}), writeString(HKLM, kTokenClass, "Class", "Zenkey");
+    check("01110", {"Warn in " + kEnv + "Zenkey Class Exists."});
+    rm.fail("ListReadersSize", 0x80100017), check("00101", {fake, why + "rv=0x80100017"});
 }
 
 // The warning about the resource manager in a real installer session: unless
@@ -194,38 +146,31 @@ TEST_F(Probes, EnvironmentCheckNamesEveryRebootCause) {
 TEST_F(Probes, ResourceManagerCheckWarnsUnlessAccountServiceAndContextsWork) {
     const std::string start = "Trace in " + kCheck + "Start RM to check if configured properly.";
     TestSession session(TestSession::Ui::Scripted, IDCANCEL);
-    LogCapture noService;
-    installer.check_RM_behave(session.handle());
+    LogCapture log;
+    installer.check_RM_behave(session.handle());                                                // no service
     EXPECT_EQ(TestSession::lastMessage() + std::to_string(TestSession::lastType() & 0xFFFFFu),  // a warning, on top
               "There appears to be a problem with the Smart Card Resource Manager configuration on this computer.\n"
               "The installation will be completed, but may not work correctly.\n"
               "Please contact your System Administrator to solve the problem.262192");
-    EXPECT_LOG(noService, "Err in ::rmObjectName, registry HKLM\\" + kServices + "SCardSvr, rv=0x2",
-               "Trace in " + kCheck + "call getPropStrVal(RM_CONFIG_DLG)",
-               "Warn in " + kCheck + "getPropStrVal(RM_CONFIG_DLG) returns empty value, leave string as default.");
-    int shown = TestSession::messageCount();
-
     ScardSvrService service;
-    service.setObjectName("nt authority\\localservice");
-    session.set("RM_CONFIG_DLG", "Resource manager needs care.");
-    LogCapture wrong;
+    service.setObjectName("nt authority\\localservice"), session.set("RM_CONFIG_DLG", "Resource manager needs care.");
     installer.check_RM_behave(session.handle());
-    EXPECT_TRUE(TestSession::messageCount() == ++shown &&
-                TestSession::lastMessage() == "Resource manager needs care." && service.state() == SERVICE_STOPPED &&
-                !wrong.has(start));
-    EXPECT_LOG(wrong, "Trace in ::rmObjectName, ObjectName=nt authority\\localservice",
-               "Err in Win2KCoreInstaller::checkRMObjName(), under XP RM must run as NT AUTHORITY\\LocalService...");
-
-    service.setObjectName("NT AUTHORITY\\LocalService");
-    rm.readers({"BVS VR 0"});
-    LogCapture working;
+    EXPECT_TRUE(TestSession::messageCount() == 2 && TestSession::lastMessage() == "Resource manager needs care." &&
+                service.state() == SERVICE_STOPPED);
+    service.setObjectName("NT AUTHORITY\\LocalService"), rm.readers({"BVS VR 0"});
     installer.check_RM_behave(session.handle());
-    EXPECT_TRUE(TestSession::messageCount() == shown && service.state() == SERVICE_RUNNING);
+    EXPECT_TRUE(TestSession::messageCount() == 2 && service.state() == SERVICE_RUNNING);
     rm.fail("EstablishContext", 0x80100001);
     service.setObjectName("NT AUTHORITY\\LocalService");  // starting the service rewrote it
     installer.check_RM_behave(session.handle());
-    EXPECT_TRUE(TestSession::messageCount() == shown + 1 && rmConfigDlgText() == "Resource manager needs care.");
-    EXPECT_LOG(working, start, "Trace in " + kCheck + "checkRMbehave to SCardEstablishContext.",
+    EXPECT_TRUE(TestSession::messageCount() == 3 && rmConfigDlgText() == "Resource manager needs care." &&
+                log.count(start) == 2);  // not with the wrong account
+    EXPECT_LOG(log, "Err in ::rmObjectName, registry HKLM\\" + kServices + "SCardSvr, rv=0x2",
+               "Trace in " + kCheck + "call getPropStrVal(RM_CONFIG_DLG)",
+               "Warn in " + kCheck + "getPropStrVal(RM_CONFIG_DLG) returns empty value, leave string as default.",
+               "Trace in ::rmObjectName, ObjectName=nt authority\\localservice",
+               "Err in Win2KCoreInstaller::checkRMObjName(), under XP RM must run as NT AUTHORITY\\LocalService...",
+               start, "Trace in " + kCheck + "checkRMbehave to SCardEstablishContext.",
                "Err in " + kBehave + "SCardEstablishContext fails , rv=0x80100001");
 }
 
@@ -235,9 +180,9 @@ TEST(OlderPlatform, NoResourceManagerCheckNoTokenRemoval) {
     TestDevices devices;
     const std::string token = devices.addUsb("VID_7A3C&PID_0001", "ZK0009", kMaker);
     LogCapture log;
-    Win2KCoreInstaller installer;
-    installer.check_RM_behave(session.handle());
-    EXPECT_TRUE(!installer.DeleteBrevantEnumDevice() && deviceExists(token) && TestSession::messageCount() == 0);
+    Win2KCoreInstaller().check_RM_behave(session.handle());
+    EXPECT_TRUE(!Win2KCoreInstaller().DeleteBrevantEnumDevice() && deviceExists(token) &&
+                TestSession::messageCount() == 0);
     EXPECT_LOG(log, "Trace in " + kUsbOp + ", exit DeleteBrevantEnumDevice because unsupported platform");
 }
 
@@ -247,120 +192,96 @@ TEST(OlderPlatform, NoResourceManagerCheckNoTokenRemoval) {
 // lines) go with their PNF twins; others and refused names stay; the
 // read-only settings file goes.
 TEST(Files, InfPackagesWithTheirTwinsAndTheSettingsFile) {
-    // A line longer than the 512-byte line buffer is read in pieces, each one counting as a line.
+    // A line longer than the 512-byte line buffer is read in pieces, each one counting as a line. Wanted:
+    // the first, sixth and eighth; the last has the name cut off.
     const std::string longLine = "; " + std::string(598, 'x') + "\r\n", ours = "CatalogFile = bvsup.cat";
-    const struct {
-        std::string text;
-        bool wanted;
-    } rows[] = {{"CATALOGFILE = BVSUP.CAT ; comment", true},
-                {"CatalogFile=bvsup.cat", false},
-                {"CatalogFile = bvsifdh.cat", false},
-                {"CatalogFile = xbvsup.cat", false},
-                {"CatalogFile = other.cat ; bvsup.cat", false},
-                {std::string(19, '\n') + ours, true},
-                {std::string(20, '\n') + ours, false},
-                {longLine + std::string(17, '\n') + ours, true},
-                {longLine + std::string(18, '\n') + ours, false},
-                {std::string(500, ' ') + ours, false}};  // the name cut off
-    for (const auto& r : rows) EXPECT_EQ(isBrevantInfText(r.text, "BvsUp"), r.wanted) << r.text.substr(0, 120);
+    std::string wanted;
+    for (const std::string& text : std::vector<std::string>{
+             "CATALOGFILE = BVSUP.CAT ; comment", "CatalogFile=bvsup.cat", "CatalogFile = bvsifdh.cat",
+             "CatalogFile = xbvsup.cat", "CatalogFile = other.cat ; bvsup.cat", std::string(19, '\n') + ours,
+             std::string(20, '\n') + ours, longLine + std::string(17, '\n') + ours,
+             longLine + std::string(18, '\n') + ours, std::string(500, ' ') + ours})
+        wanted += isBrevantInfText(text, "BvsUp") ? '1' : '0';
+    EXPECT_EQ(wanted, "1000010100");
 
-    const std::string dir = infFolder();
+    const std::string dir = infFolder(), ini = systemDirectory() + "\\zkpass.ini";
     for (const char* name : {"oem9101.inf", "oem9101.pnf", "zk9105.inf", "zk9105.pnf"}) writeFile(dir + name, ours);
-    writeFile(dir + "OEM9102.INF", "catalogfile = BVSUP.cat");  // no PNF
+    writeFile(dir + "OEM9102.INF", "catalogfile = BVSUP.cat");  // no PNF twin
     writeFile(dir + "bvs9104.inf", std::string(20, '\n') + ours);
+    writeFile(ini, "[zkpass]"), SetFileAttributesA(ini.c_str(), FILE_ATTRIBUTE_READONLY);
     LogCapture log;
     EXPECT_EQ(DeleteBrevantsInfPnf(false, "bvsup"), 0u);
     EXPECT_FALSE(DeleteBrevantInf("oem9101.txt", 0) || DeleteBrevantInf("..\\oem9101.inf", 0));
-    std::string left;
+    zkPassIniDelete();
+    std::string left = exists(ini) ? "zkpass.ini " : "";
     for (const char* name : {"oem9101.inf", "oem9101.pnf", "OEM9102.INF", "bvs9104.inf", "zk9105.inf", "zk9105.pnf"})
         left += exists(dir + name) && DeleteFileA((dir + name).c_str()) ? std::string(name) + " " : "";
     EXPECT_EQ(left, "bvs9104.inf zk9105.inf zk9105.pnf ");
     EXPECT_LOG(log, "IsBrevantInf(): entry <time>   file=oem9101.inf pattern=bvsup",
                "DeleteBrevantInf(): entry <time>   file=oem9101.inf", "DeleteBrevantInf(): exit  bRet=1",
                "Err in DeleteBrevantInf(), failure on file - not .inf type: oem9101.txt",
-               "Err in DeleteBrevantInf(), illegal name: ..\\oem9101.inf");
-
-    const std::string ini = systemDirectory() + "\\zkpass.ini";
-    writeFile(ini, "[zkpass]");
-    SetFileAttributesA(ini.c_str(), FILE_ATTRIBUTE_READONLY);
-    zkPassIniDelete();
-    EXPECT_TRUE(!exists(ini) && log.has("Trace in zkPassIniDelete(), clean read-only attribute on file: " + ini))
-        << log.dump();
+               "Err in DeleteBrevantInf(), illegal name: ..\\oem9101.inf",
+               "Trace in zkPassIniDelete(), clean read-only attribute on file: " + ini);
 }
 
 // ---- The uninstall actions on what a real CoreInstall left: Vista, and XP where the forced clearance
 // follows ("UninstallOnce" runs on Vista only).
 
-// Another vendor's things, planted before the install; gone() names those a removal took.
-struct Decoys {
-    Decoys() {
-        writeRaw(HKEY_LOCAL_MACHINE, kReaderClassKey, "UpperFilters", REG_MULTI_SZ, {"OtherFlt\0\0", 10});
-        writeFile(inf, "[Version]\r\nCatalogFile = xbvsup.cat\r\n");  // like ours, another vendor's catalog
-        writeDword(HKEY_LOCAL_MACHINE, "Software\\Brevant\\Other", "v", 1),
-            writeDword(HKEY_LOCAL_MACHINE, kZenkey, "x", 7);
-        service.create("OtherVendorSvc");
-    }
-    ~Decoys() {
-        DeleteFileA(inf.c_str()), deleteValue(HKEY_LOCAL_MACHINE, kReaderClassKey, "UpperFilters");
-        deleteTree(HKEY_LOCAL_MACHINE, "Software\\Brevant");
-    }
-    std::string gone() const {
-        return std::string(deviceExists(device) ? "" : " device") +
-               (service.open("OtherVendorSvc", SERVICE_QUERY_STATUS) ? "" : " service") + (exists(inf) ? "" : " inf") +
-               (keyExists(HKEY_LOCAL_MACHINE, "Software\\Brevant\\Other") ? "" : " key") +
-               (readDword(HKEY_LOCAL_MACHINE, kZenkey, "x") == 7u ? "" : " value");
-    }
-    TestServices service;
-    TestDevices devices;
-    const std::string device = devices.addReader("*OTH0001"), inf = DriverStage::infFolder() + "\\oem95.inf";
-};
-
+// Another vendor's things, planted before the install, stay: a device, a service, a filter, an INF naming
+// another catalog (like ours), a key and a value.
 TEST(Uninstall, WhatAnInstallationLeftGoesAnotherVendorsThingsStay) {
     ScardSvrService scardSvr;
     Scenario noReaders;  // the resource manager sees no reader
     DriverStage stage;
-    Decoys decoys;
+    TestServices others;
+    TestDevices devices;
+    const std::string decoy = devices.addReader("*OTH0001"), inf = DriverStage::infFolder() + "\\oem95.inf";
+    others.create("OtherVendorSvc");
+    writeRaw(HKLM, kReaderClassKey, "UpperFilters", REG_MULTI_SZ, {"OtherFlt\0\0", 10});
+    writeFile(inf, "[Version]\r\nCatalogFile = xbvsup.cat\r\n");
+    writeDword(HKLM, "Software\\Brevant\\Other", "v", 1), writeDword(HKLM, kZenkey, "x", 7);
     UINT slot = 0;
     ASSERT_EQ(CoreInstall(0, 5, 3, 1, &slot, 0, 0, nullptr), 0u);
     ASSERT_EQ(DriverStage::productOnMachine(),
               "readers=3 fake=1 infs=2 services=bvsifdh,zKSCFLT, filters=OtherFlt,zKSCFLT sys=3 staged=9");
-    // The removal helpers' share: a reader id in lower case, the resource manager's key of a reader,
+    // The removal helpers' share: a reader id in lower case, the resource manager's keys of readers (ours go),
     // tokens of ours and of others, stale instance keys of another product id; INF copies deleted by hand.
-    TestDevices devices;
     devices.addReader("*bvs0009");
-    for (const char* reader : {"\\BVS VR 0\\Deep", "\\BVS ifdh 1", "\\Acme 0"})
-        writeString(HKEY_LOCAL_MACHINE, kCalais + reader, "x", "");
+    for (const char* key : {"BVS VR 0\\Deep", "BVS ifdh 0", "Acme 0"}) writeString(HKLM, kCalais + key, "x", "");
     const std::string token1 = devices.addUsb("VID_7A3C&PID_0001", "ZK0001", kMaker),
                       token2 = devices.addUsb("VID_7a3c&PID_0002", "ZK0002", kMaker),
                       otherVendor = devices.addUsb("VID_1234&PID_0001", "XY0001", kMaker),
-                      otherFirmware = devices.addUsb("VID_7A3C&PID_0001", "ZK0003", "Brevant Systems");
-    const std::string otherPid = "SYSTEM\\CurrentControlSet\\Enum\\USB\\VID_7A3C&PID_0042\\";
-    writeString(HKEY_LOCAL_MACHINE, otherPid + "ZKOWN\\Device Parameters", "x", "");
-    writeString(HKEY_LOCAL_MACHINE, otherPid + "ZKOWN", "Service", "BVSUP");
+                      otherFirmware = devices.addUsb("VID_7A3C&PID_0001", "ZK0003", "Brevant Systems"),
+                      otherPid = "SYSTEM\\CurrentControlSet\\Enum\\USB\\VID_7A3C&PID_0042\\";
+    writeString(HKLM, otherPid + "ZKOWN\\Device Parameters", "x", "");
+    writeString(HKLM, otherPid + "ZKOWN", "Service", "BVSUP");
     for (const std::string& copy : DriverStage::installedInfCopies("bvsifdh.inf")) DeleteFileA(copy.c_str());
     // The machine's and a user's product trees: the registry clean-up takes all but the machine's zKFormat.
-    const std::string user = "S-1-5-21-0-0-0-1000\\" + kZenkey,
+    const std::string m = kZenkey + "\\", u = "S-1-5-21-0-0-0-1000\\" + m,
                       trees[] = {"Cache",       "logging",      "MIDDLEWARE", "CachedCertificates", "Core", "zKCAPI",
                                  "zKCertStore", "zKProperties", "zKFormat"};
     for (const std::string& key : trees)
-        writeDword(HKEY_LOCAL_MACHINE, kZenkey + "\\" + key + "\\Deep", "v", 1),
-            writeDword(HKEY_USERS, user + "\\" + key, "v", 1);
+        writeDword(HKLM, m + key + "\\Deep", "v", 1), writeDword(HKEY_USERS, u + key, "v", 1);
 
     LogCapture log;
     EXPECT_EQ(CoreUninstall(1, 0) + CoreRegCleanup(0), 0u);
-    std::string left = DriverStage::productOnMachine() + " | decoys gone:" + decoys.gone() + " | trees left:";
+    // Ours that is left, the decoys that are kept, the product trees left (M: machine, U: user).
+    std::string left = DriverStage::productOnMachine() + " | kept:" + (deviceExists(decoy) ? " device" : "") +
+                       (others.open("OtherVendorSvc", SERVICE_QUERY_STATUS) ? " service" : "") +
+                       (exists(inf) ? " inf" : "") + (keyExists(HKLM, "Software\\Brevant\\Other") ? " key" : "") +
+                       (readDword(HKLM, kZenkey, "x") == 7u ? " value" : "") + " | left:";
     for (const std::string& key : trees)
-        left += (keyExists(HKEY_LOCAL_MACHINE, kZenkey + "\\" + key) ? " M" : "") +
-                std::string(keyExists(HKEY_USERS, user + "\\" + key) ? " U" : "");
-    EXPECT_EQ(left, "readers=0 fake=0 infs=0 services= filters=OtherFlt sys=0 staged=0 | decoys gone: | trees left: M");
+        left += (keyExists(HKLM, m + key) ? " M" : "") + std::string(keyExists(HKEY_USERS, u + key) ? " U" : "");
+    EXPECT_EQ(left,
+              "readers=0 fake=0 infs=0 services= filters=OtherFlt sys=0 staged=0 | kept: device service inf "
+              "key value | left: M");
     const bool vista = getPlatform() == PL_WINVISTA;  // on XP the forced clearance takes keys without a service too
     EXPECT_TRUE(!deviceExists(token1) && !deviceExists(token2) && deviceExists(otherVendor) &&
-                deviceExists(otherFirmware) == vista && keyExists(HKEY_LOCAL_MACHINE, otherPid + "ZKOWN") == vista &&
-                !keyExists(HKEY_LOCAL_MACHINE, kCalais + "\\BVS VR 0") &&
-                !keyExists(HKEY_LOCAL_MACHINE, kCalais + "\\BVS ifdh 1") &&
-                keyExists(HKEY_LOCAL_MACHINE, kCalais + "\\Acme 0") && !log.has("Cannot delete file"));
+                deviceExists(otherFirmware) == vista && keyExists(HKLM, otherPid + "ZKOWN") == vista &&
+                !keyExists(HKLM, kCalais + "BVS VR 0") && !keyExists(HKLM, kCalais + "BVS ifdh 0") &&
+                keyExists(HKLM, kCalais + "Acme 0") && !log.has("Cannot delete file"));
     EXPECT_LOG(
-        log, "Warn in " + kRemove + ", found devToRemove=*BVS0009, osdevice=*bvs0009",
+        log, "Warn in Win2KCoreInstaller::removePNPDevice(), found devToRemove=*BVS0009, osdevice=*bvs0009",
         "Err in Win2KCoreInstaller::core_uninstall(), CANNOT FIND BVSUP OEM INF! ",
         "Trace in " + kUsbOp + ", not Brevant device -> Manufacturer: Brevant Systems HID: USB\\VID_7A3C&PID_0001",
         "Trace in " + kUsbOp + ", \tRemoving [2] devices...", "Trace in " + kUsbOp + ", OK!",
@@ -374,7 +295,9 @@ TEST(Uninstall, WhatAnInstallationLeftGoesAnotherVendorsThingsStay) {
         << log.dump();
     if (vista) CoreForcedClearanceUninstall(0, 1);  // called directly it only refuses
     EXPECT_EQ(vista, log.has("Err in CoreForcedClearanceUninstall, Platform doesn't support forced cleanup:6"));
-    deleteTree(HKEY_LOCAL_MACHINE, otherPid), deleteTree(HKEY_LOCAL_MACHINE, kCalais + "\\Acme 0");
+    DeleteFileA(inf.c_str()), deleteValue(HKLM, kReaderClassKey, "UpperFilters");
+    for (const std::string& key : {otherPid, kCalais + "Acme 0", std::string("Software\\Brevant")})
+        deleteTree(HKLM, key);
     deleteTree(HKEY_USERS, "S-1-5-21-0-0-0-1000\\Software\\Brevant");
 }
 
@@ -384,90 +307,73 @@ TEST(UninstallOnce, MinimalHardwareKeepsTheFakeReaderAndTheFilter) {
     ScardSvrService scardSvr;
     Scenario noReaders;
     DriverStage stage;
-    Win2KCoreInstaller().copy_oem(false);
-    const std::string filterInf = DriverStage::infFolder() + "\\oem77.inf";  // the filter package's copy
-    CopyFileA(DriverStage::fixture("package\\zKSCFLT.inf").c_str(), filterInf.c_str(), FALSE);
     TestDevices devices;
+    Win2KCoreInstaller().copy_oem(false);
+    const std::string fake = devices.addReader("*bvs0009"),
+                      filterInf = DriverStage::infFolder() + "\\oem77.inf";  // the filter package's copy
+    CopyFileA(DriverStage::fixture("package\\zKSCFLT.inf").c_str(), filterInf.c_str(), FALSE);
     for (const char* id : {"*BVS0001", "*BVS0001", "*BVS0001"}) devices.addReader(id);
-    const std::string fake = devices.addReader("*bvs0009");
     UINT rebootMode = 0;
     Win2KCoreInstaller().core_remove_readers(2, rebootMode);  // at most two
     EXPECT_EQ(devicesWithId("*BVS0001").size(), 1u);
     LogCapture log;
-    EXPECT_TRUE(
-        CoreUninstall(1, 1) == 0 && devicesWithId("*BVS0001").empty() && deviceExists(fake) && exists(filterInf) &&
-        DriverStage::filters().find("zKSCFLT") != std::string::npos &&
-        keyExists(HKEY_LOCAL_MACHINE, kServices + "zKSCFLT") &&
-        log.has(
-            "Trace in Win2KCoreInstaller::core_uninstall(),  FilterDriver: not used because D_USE_MINIMAL_HW_ONLY"));
-    writeDword(HKEY_LOCAL_MACHINE, kTokenClass, "v", 1), devices.addReader("*BVS0001");
-    LogCapture stopped;
+    EXPECT_TRUE(CoreUninstall(1, 1) == 0 && devicesWithId("*BVS0001").empty() && deviceExists(fake) &&
+                exists(filterInf) && DriverStage::filters().find("zKSCFLT") != std::string::npos &&
+                keyExists(HKLM, kServices + "zKSCFLT"));
+    writeDword(HKLM, kTokenClass, "v", 1), devices.addReader("*BVS0001");
     EXPECT_TRUE(CoreUninstall(1, 1) == 0 && devicesWithId("*BVS0001").empty());
-    deleteTree(HKEY_LOCAL_MACHINE, kTokenClass);
-    EXPECT_LOG(stopped, "Err in Win2KCoreInstaller::core_uninstall(), OldVersionExists",
+    deleteTree(HKLM, kTokenClass);
+    EXPECT_LOG(log, "Trace in Win2KCoreInstaller::core_uninstall(), removePNPDevice removed 1 devices",
+               "Trace in Win2KCoreInstaller::core_uninstall(),  FilterDriver: not used because D_USE_MINIMAL_HW_ONLY",
+               "Err in Win2KCoreInstaller::core_uninstall(), OldVersionExists",
                "Error - EXCEPTION - coreThrow: OldVersionExists, 0x1");
 }
 
 // The answer and UninstRegClean decide the clean-up ("N" in the line: kept), UninstallMsg the restart text.
 TEST(UninstallOnce, CheckUninstallAsksThenCleansUp) {
-    const struct {
-        std::optional<DWORD> regClean;
-        int answer;
-        bool uninstallMsg;
-        const char* line;
-    } rows[] = {{1, IDYES, true, "YES , bQuest=1"},
-                {0, IDYES, false, "NO - "},
-                {0, IDNO, false, "YES , bQuest=0"},
-                {std::nullopt, IDYES, true, "NO - "},
-                {std::nullopt, IDNO, false, "YES , bQuest=4294967295"}};
-    for (const auto& row : rows) {
-        writeDword(HKEY_LOCAL_MACHINE, kZenkey + "\\Cache", "v", 1);
-        if (row.regClean) writeDword(HKEY_LOCAL_MACHINE, kFlagKey, "UninstRegClean", *row.regClean);
-        if (row.uninstallMsg) writeDword(HKEY_LOCAL_MACHINE, kFlagKey, "UninstallMsg", 1);
-        TestSession session(TestSession::Ui::Scripted, row.answer);
-        const int before = TestSession::messageCount();
+    const auto check = [](std::optional<DWORD> regClean, int answer, bool uninstallMsg, const std::string& line) {
+        writeDword(HKLM, kZenkey + "\\Cache", "v", 1);
+        if (regClean) writeDword(HKLM, kFlagKey, "UninstRegClean", *regClean);
+        if (uninstallMsg) writeDword(HKLM, kFlagKey, "UninstallMsg", 1);
+        TestSession session(TestSession::Ui::Scripted, answer);
         LogCapture log;
         EXPECT_TRUE(CoreCheckUninstall(session.handle()) == 0 &&
-                    log.has(std::string("Trace in CoreCheckUninstall, UNINST: USER CHOOSE ") + row.line) &&
-                    keyExists(HKEY_LOCAL_MACHINE, kZenkey + "\\Cache") == (row.line[0] == 'N') &&
-                    TestSession::messageCount() - before == (row.uninstallMsg ? 2 : 1))
-            << log.dump();
-        EXPECT_EQ(TestSession::lastMessage() + std::to_string(TestSession::lastType() & 0xFFFFFu),
-                  row.uninstallMsg ? "You must restart the computer to complete the uninstall procedure.262192"
-                                   : "Do you want to save configurations?262196");
-        deleteTree(HKEY_LOCAL_MACHINE, "Software\\Brevant");
-    }
+                    log.has("Trace in CoreCheckUninstall, UNINST: USER CHOOSE " + line) &&
+                    keyExists(HKLM, kZenkey + "\\Cache") == (line[0] == 'N') &&
+                    TestSession::messageCount() == (uninstallMsg ? 2 : 1) &&
+                    TestSession::lastMessage() + std::to_string(TestSession::lastType() & 0xFFFFFu) ==
+                        (uninstallMsg ? "You must restart the computer to complete the uninstall procedure.262192"
+                                      : "Do you want to save configurations?262196"))
+            << TestSession::lastMessage() << log.dump();
+        deleteTree(HKLM, "Software\\Brevant");
+    };
+    check(1, IDYES, true, "YES , bQuest=1"), check(0, IDYES, false, "NO - "), check(0, IDNO, false, "YES , bQuest=0");
+    check(std::nullopt, IDYES, true, "NO - "), check(std::nullopt, IDNO, false, "YES , bQuest=4294967295");
 }
 
 // XP only: a driver file held open keeps the restart need; the question comes at UI level 0, an OK inside
 // an installation restarts nothing. Without the installer flag the token and reader services' keys go too.
 TEST(ForcedClearance, RestartQuestionOnlyAtUiLevelZeroAndOkInsideAnInstallationRestartsNothing) {
-    const struct {
-        UINT uiLevel, msiFlag;
-        int answer, boxes;
-        bool rebootCalled;
-    } rows[] = {{0, 1, IDOK, 1, true}, {1, 1, IDOK, 0, false}, {0, 0, IDCANCEL, 1, false}};
-    const std::string readOnly = DriverStage::driversFolder() + "\\bvsup.sys";
-    for (const auto& row : rows) {
+    const std::string dir = DriverStage::driversFolder(), held = dir + "\\zKSCFLT.sys", readOnly = dir + "\\bvsup.sys";
+    const auto check = [&](UINT uiLevel, int msiFlag, int answer, int boxes, bool rebootCalled) {
         DriverStage stage;
-        for (const char* name : {"BVSIFDH", "BVSUP"})
-            writeString(HKEY_LOCAL_MACHINE, kServices + name, "ImagePath", "x");
-        for (const std::string& file : {kHeld, readOnly}) writeFile(file, "sys");
+        for (const char* name : {"BVSIFDH", "BVSUP"}) writeString(HKLM, kServices + name, "ImagePath", "x");
+        for (const std::string& file : {held, readOnly}) writeFile(file, "sys");
         SetFileAttributesA(readOnly.c_str(), FILE_ATTRIBUTE_READONLY);
-        FileHandle open(CreateFileA(kHeld.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
-        MessageBoxWatch watch(row.answer);
+        FileHandle open(CreateFileA(held.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
+        MessageBoxWatch watch(answer);
         LogCapture log;
-        EXPECT_TRUE(CoreForcedClearanceUninstall(row.uiLevel, row.msiFlag) == 0 && watch.count() == row.boxes &&
-                    watch.caption() == (row.boxes ? "Uninstall reboot" : "") && !exists(readOnly) &&
-                    keyExists(HKEY_LOCAL_MACHINE, kServices + "BVSUP") == (row.msiFlag != 0) &&
-                    keyExists(HKEY_LOCAL_MACHINE, kServices + "BVSIFDH") == (row.msiFlag != 0) &&
-                    (log.raw().find(" bDoneReboot=0") != std::string::npos) == row.rebootCalled)
+        EXPECT_TRUE(CoreForcedClearanceUninstall(uiLevel, msiFlag) == 0 && watch.count() == boxes &&
+                    watch.caption() == (boxes ? "Uninstall reboot" : "") && !exists(readOnly) &&
+                    keyExists(HKLM, kServices + "BVSUP") + keyExists(HKLM, kServices + "BVSIFDH") == 2 * msiFlag &&
+                    (log.raw().find(" bDoneReboot=0") != std::string::npos) == rebootCalled)
             << log.dump();
         EXPECT_LOG(log, "Trace in DeleteBrevantDrivers(), clean read-only attribute on file: " + readOnly,
                    "Warn in Win2KCoreInstaller::core_force_clearance_uninstall(), driver file left until restart: "
                    "zKSCFLT.sys");
-        for (const char* name : {"BVSIFDH", "BVSUP"}) deleteTree(HKEY_LOCAL_MACHINE, kServices + name);
-    }
+        for (const char* name : {"BVSIFDH", "BVSUP"}) deleteTree(HKLM, kServices + name);
+    };
+    check(0, 1, IDOK, 1, true), check(1, 1, IDOK, 0, false), check(0, 0, IDCANCEL, 1, false);
 }
 
 // XP with msi.dll disabled, Wine's own winscard (every context fails: resource manager off), the services gone
@@ -477,35 +383,30 @@ TEST(ForcedClearance, RestartQuestionOnlyAtUiLevelZeroAndOkInsideAnInstallationR
 TEST(Faults, UninstallLogsAndSucceeds) {
     ScardSvrService scardSvr;
     TestDevices devices;
-    devices.addReader("*BVS0001");
-    writeString(HKEY_LOCAL_MACHINE, kReaderClassKey, "UpperFilters", "zKSCFLT");
+    devices.addReader("*BVS0001"), writeString(HKLM, kReaderClassKey, "UpperFilters", "zKSCFLT");
     LogCapture log;
     DWORD token = 1;
     EXPECT_TRUE(CoreUninstall(0, 0) == 0 && isTokenPresent(token) == static_cast<LONG>(SCARD_F_INTERNAL_ERROR) &&
                 token == 0 && !is_rm_on() && devicesWithId("*BVS0001").empty() &&
-                readString(HKEY_LOCAL_MACHINE, kReaderClassKey, "UpperFilters") == "zKSCFLT" &&
+                readString(HKLM, kReaderClassKey, "UpperFilters") == "zKSCFLT" &&
                 log.raw().find("Failed to load <msi.dll> , err(0x") != std::string::npos &&
-                log.count("Err in ::isTokenPresent, SCardEstablishContext() failed, rv:0x80100001") ==
-                    1)  // not asked when off
-        << log.dump();
+                log.count("Err in ::isTokenPresent, SCardEstablishContext() failed, rv:0x80100001") == 1)
+        << log.dump();  // the token probe is not asked when the resource manager is off
     EXPECT_LOG(log, "Err in ::is_rm_on, SCardEstablishContext() failed, rv:0x80100001",
                "Err in " + kSnap + "SCardEstablishContext fails, rv=0x80100001",
                "Trace in ::snapshotScardDevice, Cannot list readers",
                "Trace in " + kEnv + "nIfdh=0 nVR=0 nOthers=0 bTokenPresent=0 rv=0x0 RebootNeeded=0",
                "Trace in ::deleteService, OpenService() fails because ERROR_SERVICE_DOES_NOT_EXIST",
                "Err in regUpperFilter(), RegQueryValueEx UpperFilters type is not REG_MULTI_SZ");
-    deleteValue(HKEY_LOCAL_MACHINE, kReaderClassKey, "UpperFilters");
+    deleteValue(HKLM, kReaderClassKey, "UpperFilters");
 
-    devices.addReader("*BVS0001");
-    writeString(HKEY_CURRENT_USER, kOverrides, "setupapi", "");
-    LogCapture noSetup;
+    devices.addReader("*BVS0001"), writeString(HKEY_CURRENT_USER, kOverrides, "setupapi", "");
     const std::string out = runRunner("CoreUninstall 0 0").output;
     deleteTree(HKEY_CURRENT_USER, kOverrides);
-    EXPECT_TRUE(
-        out.find("result=0 (0x0)") != std::string::npos && devicesWithId("*BVS0001").size() == 1 &&
-        noSetup.hasInOrder({"Err in Win2KCoreInstaller::installerInit(), Failed to load <newdev.dll> , err(0x126).",
-                            "CoreUninstall EXCEPTION: 0x7e", "canfail: 0"}))
-        << out << noSetup.dump();
+    EXPECT_TRUE(out.find("result=0 (0x0)") != std::string::npos && devicesWithId("*BVS0001").size() == 1 &&
+                log.hasInOrder({"Err in Win2KCoreInstaller::installerInit(), Failed to load <newdev.dll> , err(0x126).",
+                                "CoreUninstall EXCEPTION: 0x7e", "canfail: 0"}))
+        << out << log.dump();
 }
 
 }  // namespace
