@@ -103,20 +103,19 @@ TEST(DriverRegistry, FilterListSearchPathAndServiceKeys) {
 
     // The entry goes in front on every install; a removal cuts one, in whatever form it stands.
     TestSession session;
-    const string present = string("%SystemRoot%\\inf;C:\\Vendor") + '\0', inf = string("%SystemRoot%\\inf") + '\0',
-                 p = "regUpdateDrvSearchInfPath(), ", skip = "Trace in " + p + "don't update driver search path val=";
+    const string v = string("%SystemRoot%\\inf;C:\\Vendor") + '\0', inf = string("%SystemRoot%\\inf") + '\0',
+                 &E = kEntry, c = "C:\\Vendor;", p = "regUpdateDrvSearchInfPath(), ",
+                 skip = "Trace in " + p + "don't update driver search path val=";
     for (const auto& [prop, install, rv, before, after, line] : Rows<const char*, bool, LONG, string, string, string>{
-             {nullptr, true, 0, kEntry + present, kEntry + kEntry + present, ""},
-             {nullptr, false, 0, kEntry + kEntry + present, kEntry + present, ""},
-             {nullptr, false, 0, present, present, ""},
-             {nullptr, false, 0, "C:\\Vendor;C:\\Windows\\System32\\Setup\\Brevant\\Zenkey;" + inf, "C:\\Vendor;" + inf,
-              ""},
-             {"0", true, 0, present, present, skip + "0"},
-             {"4294967295", true, 0, present, present, skip + "4294967295"},
-             {"1", true, 0, present, kEntry + present, ""},
-             {"0", false, 0, kEntry + present, present, ""} /* removal does not ask */,
-             {"", true, ERROR_INVALID_HANDLE, present, present,
-              "Err in " + p + "failed read property PROP_UPD_INFPATH"},
+             {nullptr, true, 0, E + v, E + E + v, ""},
+             {nullptr, false, 0, E + E + v, E + v, ""},
+             {nullptr, false, 0, v, v, ""},
+             {nullptr, false, 0, c + "C:\\Windows\\System32\\Setup\\Brevant\\Zenkey;" + inf, c + inf, ""},
+             {"0", true, 0, v, v, skip + "0"},
+             {"4294967295", true, 0, v, v, skip + "4294967295"},
+             {"1", true, 0, v, E + v, ""},
+             {"0", false, 0, E + v, v, ""} /* removal does not ask */,
+             {"", true, ERROR_INVALID_HANDLE, v, v, "Err in " + p + "failed read property PROP_UPD_INFPATH"},
              {nullptr, true, ERROR_FILE_NOT_FOUND, "", "",
               "Err in updateDrvSearchInfPath(), RegQueryValueEx rv=0x2"}}) {
         setValue(dp, "DevicePath", before.empty() ? "" : "2" + before),
@@ -131,9 +130,9 @@ TEST(DriverRegistry, FilterListSearchPathAndServiceKeys) {
     // Service keys go, but the filter's only with minimal hardware; the class list is never dropped here.
     for (const char* name : {"zkTestDriver", "zKSCFLT"}) writeDword(kLm, kServices + name + "\\Enum", "Count", 0);
     setValue(kClass, "UpperFilters", sz({"otherflt", "zKSCFLT"}));
-    EXPECT_TRUE(zk::DeleteDriverFromReg("zkTestDriver", false) && !keyExists(kLm, kServices + "zkTestDriver"));
-    EXPECT_TRUE(zk::DeleteDriverFromReg("zKSCFLT", false) && keyExists(kLm, kServices + "zKSCFLT"));
-    EXPECT_TRUE(zk::DeleteDriverFromReg("zKSCFLT", true) && !keyExists(kLm, kServices + "zKSCFLT") &&
+    EXPECT_TRUE(zk::DeleteDriverFromReg("zkTestDriver", false) && !keyExists(kLm, kServices + "zkTestDriver") &&
+                zk::DeleteDriverFromReg("zKSCFLT", false) && keyExists(kLm, kServices + "zKSCFLT") &&
+                zk::DeleteDriverFromReg("zKSCFLT", true) && !keyExists(kLm, kServices + "zKSCFLT") &&
                 value(kClass, "UpperFilters") == sz({"otherflt", "zKSCFLT"}));
     want.insert(want.end(), {"Trace in Delete" + d + "driver registry exist: " + kServices + "zkTestDriver",
                              "Trace in Delete" + d + "filter-driver registry exist after uninstall: " + kClass,
@@ -276,9 +275,8 @@ struct InstallRoad : ::testing::Test {
         for (const char* id : {"*BVS0001", "*bvs0009"}) inst.removePNPDevice(id, 0, n);
     }
 };
-void expectDevices(size_t readers, size_t fakes) {
-    EXPECT_EQ(devicesWithId("*BVS0001").size() * 100 + devicesWithId("*BVS0009").size(), readers * 100 + fakes);
-}
+// Reader devices times 100 plus fake-reader devices.
+size_t devices() { return devicesWithId("*BVS0001").size() * 100 + devicesWithId("*BVS0009").size(); }
 // CoreInstall with UI level 5; 99 when the reboot slot was not reset.
 UINT install(MsiHandle h, UINT readers, UINT fake, const char* clearReg = nullptr, UINT upgrade = 0) {
     UINT slot = 7, rv = CoreInstall(h, 5, readers, fake, &slot, upgrade, upgrade, clearReg);
@@ -296,26 +294,25 @@ TEST_F(InstallRoad, ReaderCountFakeReaderAndFilterReconciledWithTheResourceManag
     // lists `ifdh` readers plus `extra`: "BVS VR 0" a fake reader, "Acme 0" restart demanded, "" SCardSvr gone.
     LogCapture all;
     int row = 0;
-    for (const auto& [data, asked, fakeArg, ifdh, extra, readers, fakes, line] :
-         Rows<const char*, UINT, UINT, int, const char*, size_t, size_t, const char*>{
-             {nullptr, 0, 0x80, 0, nullptr, 2, 0,
+    for (const auto& [data, asked, fakeArg, ifdh, extra, devs, line] :
+         Rows<const char*, UINT, UINT, int, const char*, size_t, const char*>{
+             {nullptr, 0, 0x80, 0, nullptr, 200,
               "CustomActionData [READER_COUNT] property  failed, used default << 0x2"},
-             {nullptr, 32, 0x81, 0, nullptr, 2, 1, "removePNPDevice(bvs_device) nRemoved=2"},
-             {nullptr, 31, 1, 30, "BVS VR 0", 3, 1, "readers now (30) is less then readers required so add 1 readers"},
-             {"40", 5, 1, 39, "BVS VR 0", 4, 1, "CustomActionData [READER_COUNT]=0x28"},
-             {"", 3, 0x80, 2, "Acme 0", 7, 1, "installUpdate(): exit  rebootMode=2"},
-             {"abc", 3, 0x80, 2, "BVS VR 0", 8, 1, "CustomActionData [READER_COUNT]=0x3"},
-             {"-1", 3, 0, 0, nullptr, 2, 1, "removePNPDevice(bvs_fakedevice) nRemoved=1"},
-             {"-1", 3, 0, 2, "", 2, 2, "installUpdate(): exit  rebootMode=1"}}) {
-        Lines names;
-        for (int i = 0; i < ifdh; ++i) names.push_back("BVS ifdh " + std::to_string(i));
+             {nullptr, 32, 0x81, 0, nullptr, 201, "removePNPDevice(bvs_device) nRemoved=2"},
+             {nullptr, 31, 1, 30, "BVS VR 0", 301, "readers now (30) is less then readers required so add 1 readers"},
+             {"40", 5, 1, 39, "BVS VR 0", 401, "CustomActionData [READER_COUNT]=0x28"},
+             {"", 3, 0x80, 2, "Acme 0", 701, "installUpdate(): exit  rebootMode=2"},
+             {"abc", 3, 0x80, 2, "BVS VR 0", 801, "CustomActionData [READER_COUNT]=0x3"},
+             {"-1", 3, 0, 0, nullptr, 201, "removePNPDevice(bvs_fakedevice) nRemoved=1"},
+             {"-1", 3, 0, 2, "", 202, "installUpdate(): exit  rebootMode=1"}}) {
+        Lines names(ifdh);
+        for (int i = 0; i < ifdh; ++i) names[i] = "BVS ifdh " + std::to_string(i);
         (extra && *extra ? names.push_back(extra) : extra ? service.reset() : void()), rm.readers(names);
         TestSession session;
         LogCapture log;
         if (data) session.set("CustomActionData", data);
-        EXPECT_EQ(install(data ? session.handle() : 0, asked, fakeArg), 0u);
-        expectDevices(readers, fakes);
-        EXPECT_TRUE(in(log, line) && (!service || service->state() == SERVICE_RUNNING) &&
+        EXPECT_TRUE(install(data ? session.handle() : 0, asked, fakeArg) == 0u && devices() == devs && in(log, line) &&
+                    (!service || service->state() == SERVICE_RUNNING) &&
                     (row++ ||
                      (!exists(target("zKSCFLT.sys")) && !keyExists(kLm, kServices + "zKSCFLT") &&
                       value(kClass, "UpperFilters") == sz({"otherflt"}) && oldCatalogThere() &&
@@ -356,9 +353,9 @@ TEST_F(InstallRoad, FakeReaderRuleFlagsAndUpgradeAdjustments) {
     for (UINT upgrade : {450u, 0u}) {
         writeDword(kLm, kShared, ifdh, 4), writeDword(kLm, kShared, source("zKSCFLT.inf"), 1),
             writeString(kLm, mw + "\\CertStore", "PropagateCACertificates", "1");
-        EXPECT_EQ(install(0, 2, 0, upgrade ? "2" : "", upgrade), 0u);
-        expectDevices(2, vista && !upgrade);  // the first run consumed "AdminPriv"
-        EXPECT_TRUE(readDword(kLm, kShared, ifdh) == (upgrade ? 1u : 4u) &&
+        // The first run consumed "AdminPriv".
+        EXPECT_TRUE(install(0, 2, 0, upgrade ? "2" : "", upgrade) == 0u && devices() == 200u + (vista && !upgrade) &&
+                    readDword(kLm, kShared, ifdh) == (upgrade ? 1u : 4u) &&
                     !readDword(kLm, kShared, source("bvsup.inf")) &&
                     readString(kLm, mw + "\\CertStore", "PropagateCACertificates").has_value() == !upgrade)
             << upgrade;
@@ -417,13 +414,11 @@ TEST_F(InstallRoad, FailuresReaderCountActionsAndDriverUpgrade) {
 
     stage.replaceSource("bvsifdh.inf", "package\\bvsifdh.inf"), inst.installerFinal(), inst.installerInit(),
         inst.pnpCreateDevice("*bvs0009\0", 10);
-    EXPECT_EQ(CoreInstallReadersEx("") + CoreInstallReadersEx("abc") + CoreInstallReadersEx("3") +
-                  CoreInstallReaders(1) + CoreRemoveReaders(1),
-              0u);
-    EXPECT_EQ(log.count("Win2KCoreInstaller::core_add_readers(): entry <time>   add=0 rebootMode=0"), 2);
-    expectDevices(3, 1);
-    EXPECT_EQ(CoreRemoveReadersEx("0"), 0u);
-    expectDevices(0, 1);
+    EXPECT_TRUE(CoreInstallReadersEx("") + CoreInstallReadersEx("abc") + CoreInstallReadersEx("3") +
+                        CoreInstallReaders(1) + CoreRemoveReaders(1) ==
+                    0u &&
+                devices() == 301u && CoreRemoveReadersEx("0") == 0u && devices() == 1u &&
+                log.count("Win2KCoreInstaller::core_add_readers(): entry <time>   add=0 rebootMode=0") == 2);
 
     TestDevices made;
     const string older = made.addReader("*bvs0009"), same = made.addReader("*bvs0009"),
@@ -455,13 +450,12 @@ TEST(InstallRefused, OnNt4) { EXPECT_EQ(CoreInstall(0, 0, 3, 0, nullptr, 0, 0, n
 TEST(CheckActions, RebootFlagOneOrTwoRestartsAtTheEndAndTheRMCheckRunsFromXpOn) {
     LogCapture log;
     Lines want;
-    for (DWORD flag : {0, 1, 2, 3}) {
+    for (DWORD flag : {0, 1, 2, 3}) {  // MSIRUNMODE_REBOOTATEND is 6
         writeDword(kLm, kFlagKey, "Reboot", flag),
             want.push_back("Trace in CoreCheckReboot, Running as Admin user, rebootMode=" + std::to_string(flag));
         TestSession session;
         EXPECT_TRUE(CoreCheckReboot(session.handle()) == 0u && !readDword(kLm, kFlagKey, "Reboot") &&
-                    MsiApi::get().GetMode(session.handle(), 6 /* MSIRUNMODE_REBOOTATEND */) ==
-                        (flag == 1 || flag == 2));
+                    MsiApi::get().GetMode(session.handle(), 6) == (flag == 1 || flag == 2));
     }
     TestSession session;
     const bool win2k = expectedWinver() == "win2k";
