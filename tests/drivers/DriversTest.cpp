@@ -54,6 +54,7 @@ string sz(const Lines& entries, int numbered = 0) {
 bool exists(const string& path) { return GetFileAttributesA(path.c_str()) != INVALID_FILE_ATTRIBUTES; }
 string source(const string& name) { return DriverStage::setupFolder() + "\\" + name; }
 string target(const string& name) { return DriverStage::driversFolder() + "\\" + name; }
+void spoil(const string& name) { std::ofstream(source(name), std::ios::binary) << "not a driver image"; }
 // The installed driver is byte for byte the fixture; an INF is installed with its .pnf.
 bool installedIs(const string& name, const string& fixture) {
     std::ifstream a(target(name), std::ios::binary), b(DriverStage::fixture(fixture + "\\" + name), std::ios::binary);
@@ -102,6 +103,7 @@ TEST(DriverRegistry, FilterListSearchPathAndServiceKeys) {
     }
 
     // The entry goes in front on every install; a removal cuts one, in whatever form it stands.
+    // No value at all: ERROR_FILE_NOT_FOUND (2).
     TestSession session;
     const string v = string("%SystemRoot%\\inf;C:\\Vendor") + '\0', inf = string("%SystemRoot%\\inf") + '\0',
                  &E = kEntry, c = "C:\\Vendor;", p = "regUpdateDrvSearchInfPath(), ",
@@ -116,8 +118,7 @@ TEST(DriverRegistry, FilterListSearchPathAndServiceKeys) {
              {"1", true, 0, v, E + v, ""},
              {"0", false, 0, E + v, v, ""} /* removal does not ask */,
              {"", true, ERROR_INVALID_HANDLE, v, v, "Err in " + p + "failed read property PROP_UPD_INFPATH"},
-             {nullptr, true, ERROR_FILE_NOT_FOUND, "", "",
-              "Err in updateDrvSearchInfPath(), RegQueryValueEx rv=0x2"}}) {
+             {nullptr, true, 2, "", "", "Err in updateDrvSearchInfPath(), RegQueryValueEx rv=0x2"}}) {
         setValue(dp, "DevicePath", before.empty() ? "" : "2" + before),
             session.set("PROP_UPD_INFPATH", prop ? prop : "");
         if (!line.empty()) want.push_back(line);
@@ -226,8 +227,7 @@ TEST(Staging, CopySysVersionsCatalogsAndCopyOemFailures) {
     EXPECT_TRUE(inst.enumareFile(file, found) == 1 && found.size() == 2 &&
                 inst.enumareFile(source("bvsifdh.sys"), none) + inst.enumareFile(source("absent.sys"), none) == 0 &&
                 none.empty());
-    stage.removeSource("zKSCFLT.sys"),
-        void(std::ofstream(source("bvsifdh.sys"), std::ios::binary) << "not a driver image");
+    stage.removeSource("zKSCFLT.sys"), spoil("bvsifdh.sys");
     DWORD version[3] = {9, 9, 9};  // not a driver image: no version, and the outputs zeroed
     ASSERT_TRUE(CreateDirectoryA(target("bvsup.sys").c_str(), nullptr));  // in the way: no file can be written there
     for (const char* name : {"bvsifdh.sys", "zKSCFLT.sys", "bvsup.sys"}) inst.copy_sys(name);
@@ -251,8 +251,7 @@ TEST(Staging, CopySysVersionsCatalogsAndCopyOemFailures) {
                                                 {"bvsup.cat", 2, "SetupCopyOEMInf on bvsUpPath failed."}};
     for (const auto& [missing, mode, message] : failures) {
         DriverStage fresh;  // restaged from scratch
-        mode == 1 ? void(std::ofstream(source(missing), std::ios::binary) << "not a driver image")
-                  : fresh.removeSource(missing);
+        mode == 1 ? spoil(missing) : fresh.removeSource(missing);
         LogCapture failed;
         EXPECT_THROW(inst.copy_oem(mode == 2), BVS::OSException) << message;
         EXPECT_TRUE(failed.has("Err in " + kOem + "Win2KCoreInstaller::copy_oem, " + message) &&
