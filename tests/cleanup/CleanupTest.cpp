@@ -37,7 +37,6 @@ const std::string kSnap = "RMTable::snapshot, ", kEnv = "Win2KCoreInstaller::che
                   kVidPid = "Trace in Win2KCoreInstaller::cleanOldVidPids(), ",
                   kOverrides = "Software\\Wine\\AppDefaults\\zkrun.exe\\DllOverrides";
 
-const HKEY HKLM = HKEY_LOCAL_MACHINE;
 bool exists(const std::string& file) { return GetFileAttributesA(file.c_str()) != INVALID_FILE_ATTRIBUTES; }
 void writeFile(const std::string& path, const std::string& text) { std::ofstream(path, std::ios::binary) << text; }
 
@@ -366,7 +365,7 @@ TEST(ForcedClearance, RestartQuestionOnlyAtUiLevelZeroAndOkInsideAnInstallationR
         EXPECT_TRUE(CoreForcedClearanceUninstall(uiLevel, msiFlag) == 0 && watch.count() == boxes &&
                     watch.caption() == (boxes ? "Uninstall reboot" : "") && !exists(readOnly) &&
                     keyExists(HKLM, kServices + "BVSUP") + keyExists(HKLM, kServices + "BVSIFDH") == 2 * msiFlag &&
-                    (log.raw().find(" bDoneReboot=0") != std::string::npos) == rebootCalled)
+                    log.contains(" bDoneReboot=0") == rebootCalled)
             << log.dump();
         EXPECT_LOG(log, "Trace in DeleteBrevantDrivers(), clean read-only attribute on file: " + readOnly,
                    "Warn in Win2KCoreInstaller::core_force_clearance_uninstall(), driver file left until restart: "
@@ -389,7 +388,7 @@ TEST(Faults, UninstallLogsAndSucceeds) {
     EXPECT_TRUE(CoreUninstall(0, 0) == 0 && isTokenPresent(token) == static_cast<LONG>(SCARD_F_INTERNAL_ERROR) &&
                 token == 0 && !is_rm_on() && devicesWithId("*BVS0001").empty() &&
                 readString(HKLM, kReaderClassKey, "UpperFilters") == "zKSCFLT" &&
-                log.raw().find("Failed to load <msi.dll> , err(0x") != std::string::npos &&
+                log.contains("Failed to load <msi.dll> , err(0x") &&
                 log.count("Err in ::isTokenPresent, SCardEstablishContext() failed, rv:0x80100001") == 1)
         << log.dump();  // the token probe is not asked when the resource manager is off
     EXPECT_LOG(log, "Err in ::is_rm_on, SCardEstablishContext() failed, rv:0x80100001",

@@ -27,7 +27,6 @@ using Rows = std::vector<std::tuple<T...>>;  // one table per rule
 
 namespace {
 
-const HKEY kLm = HKEY_LOCAL_MACHINE;
 // kOverrides: Wine's DLL overrides for runner processes only ("" disables a library).
 const string kClass = zk::kReaderClassKey, kServices = "SYSTEM\\CurrentControlSet\\Services\\",
              kShared = zk::kSharedDllsKey, kEntry = "%SystemRoot%\\System32\\Setup\\Brevant\\Zenkey;",
@@ -40,10 +39,10 @@ const string kClass = zk::kReaderClassKey, kServices = "SYSTEM\\CurrentControlSe
 string value(const string& path, const string& name) {
     DWORD t = 0;
     string b;
-    return readRaw(kLm, path, name, t, b) ? std::to_string(t) + b : "";
+    return readRaw(HKLM, path, name, t, b) ? std::to_string(t) + b : "";
 }
 void setValue(const string& path, const string& name, const string& v) {
-    v.empty() ? deleteValue(kLm, path, name) : writeRaw(kLm, path, name, v[0] - '0', v.substr(1));
+    v.empty() ? deleteValue(HKLM, path, name) : writeRaw(HKLM, path, name, v[0] - '0', v.substr(1));
 }
 string sz(const Lines& entries, int numbered = 0) {
     string bytes = "7";
@@ -64,7 +63,6 @@ bool infInstalled(const string& name) {
     const auto c = DriverStage::installedInfCopies(name);
     return !c.empty() && exists(DriverStage::infFolder() + "\\" + c[0].substr(0, c[0].size() - 4) + ".pnf");
 }
-bool in(const LogCapture& log, const string& text) { return log.raw().find(text) != string::npos; }
 bool oldCatalogThere() { return exists(DriverStage::catalogFolder() + "\\zkextra.cat"); }
 Lines prefixed(const string& prefix, Lines lines) {
     for (auto& line : lines) line = prefix + line;
@@ -73,7 +71,7 @@ Lines prefixed(const string& prefix, Lines lines) {
 
 TEST(DriverRegistry, FilterListSearchPathAndServiceKeys) {
     const string t = "Trace in regUpperFilter(), ", e = "Err in regUpperFilter(), ", d = "DriverFromReg(), ";
-    const bool classKey = keyExists(kLm, kClass), sharedKey = keyExists(kLm, kShared);
+    const bool classKey = keyExists(HKLM, kClass), sharedKey = keyExists(HKLM, kShared);
     const string dp = "SOFTWARE\\Microsoft\\Windows\\CurrentVersion", filtersWere = value(kClass, "UpperFilters"),
                  pathWas = value(dp, "DevicePath");
     LogCapture log;
@@ -82,8 +80,8 @@ TEST(DriverRegistry, FilterListSearchPathAndServiceKeys) {
         want.push_back(e + "RegOpenKeyEx Class rv=0x2");
     if (!sharedKey && zk::setRefCount(zk::driverSetupFolder() + "\\bvsup.inf") == 2)
         want.push_back("Err in setRefCount(), RegOpenKeyEx SharedDlls rv=0x2");
-    EXPECT_TRUE(want.size() == !classKey + !sharedKey * 1u && keyExists(kLm, kClass) == classKey &&
-                keyExists(kLm, kShared) == sharedKey);
+    EXPECT_TRUE(want.size() == !classKey + !sharedKey * 1u && keyExists(HKLM, kClass) == classKey &&
+                keyExists(HKLM, kShared) == sharedKey);
 
     // Only the whole name, case-sensitively, is ours; at most 256 entries are walked before it.
     const string mixed = sz({"zkscflt", "zKSCFLT2", "zKSCFLT", "lastflt"}), at256 = sz({"zKSCFLT"}, 256),
@@ -129,11 +127,11 @@ TEST(DriverRegistry, FilterListSearchPathAndServiceKeys) {
     }
 
     // Service keys go, but the filter's only with minimal hardware; the class list is never dropped here.
-    for (const char* name : {"zkTestDriver", "zKSCFLT"}) writeDword(kLm, kServices + name + "\\Enum", "Count", 0);
+    for (const char* name : {"zkTestDriver", "zKSCFLT"}) writeDword(HKLM, kServices + name + "\\Enum", "Count", 0);
     setValue(kClass, "UpperFilters", sz({"otherflt", "zKSCFLT"}));
-    EXPECT_TRUE(zk::DeleteDriverFromReg("zkTestDriver", false) && !keyExists(kLm, kServices + "zkTestDriver") &&
-                zk::DeleteDriverFromReg("zKSCFLT", false) && keyExists(kLm, kServices + "zKSCFLT") &&
-                zk::DeleteDriverFromReg("zKSCFLT", true) && !keyExists(kLm, kServices + "zKSCFLT") &&
+    EXPECT_TRUE(zk::DeleteDriverFromReg("zkTestDriver", false) && !keyExists(HKLM, kServices + "zkTestDriver") &&
+                zk::DeleteDriverFromReg("zKSCFLT", false) && keyExists(HKLM, kServices + "zKSCFLT") &&
+                zk::DeleteDriverFromReg("zKSCFLT", true) && !keyExists(HKLM, kServices + "zKSCFLT") &&
                 value(kClass, "UpperFilters") == sz({"otherflt", "zKSCFLT"}));
     want.insert(want.end(), {"Trace in Delete" + d + "driver registry exist: " + kServices + "zkTestDriver",
                              "Trace in Delete" + d + "filter-driver registry exist after uninstall: " + kClass,
@@ -143,7 +141,7 @@ TEST(DriverRegistry, FilterListSearchPathAndServiceKeys) {
     setValue(kClass, "UpperFilters", filtersWere), setValue(dp, "DevicePath", pathWas);
     for (const string& key :
          {kServices + "zkTestDriver", kServices + "zKSCFLT", classKey ? kServices + "zKSCFLT" : kClass})
-        deleteTree(kLm, key);
+        deleteTree(HKLM, key);
 }
 
 TEST(Binding, EveryStepThenAlreadyBoundThenReleasedAndBoundAgain) {
@@ -188,8 +186,8 @@ TEST(Binding, AMissingLibraryStopsTheChain) {
                             optional ? err + "Cannot find wintrust.dll" : ok + "All Catalog methods operational!",
                             kInit + ": exit  bInitOK:" + (optional ? "1" : "0")}) &&
             !log.has(next) && (dll != "newdev" || out.find("result=126 (0x7e)") != string::npos) &&
-            (in(log, err + "bInitOK == FALSE, err(0x") &&
-             in(log, "coreThrow: Win2KCoreInstaller::Win2KCoreInstaller, installerInit failed., 0x")) == !optional)
+            (log.contains(err + "bInitOK == FALSE, err(0x") &&
+             log.contains("coreThrow: Win2KCoreInstaller::Win2KCoreInstaller, installerInit failed., 0x")) == !optional)
             << dll << out << log.dump();
         deleteTree(HKEY_CURRENT_USER, kOverrides);
     }
@@ -310,10 +308,10 @@ TEST_F(InstallRoad, ReaderCountFakeReaderAndFilterReconciledWithTheResourceManag
         TestSession session;
         LogCapture log;
         if (data) session.set("CustomActionData", data);
-        EXPECT_TRUE(install(data ? session.handle() : 0, asked, fakeArg) == 0u && devices() == devs && in(log, line) &&
-                    (!service || service->state() == SERVICE_RUNNING) &&
+        EXPECT_TRUE(install(data ? session.handle() : 0, asked, fakeArg) == 0u && devices() == devs &&
+                    log.contains(line) && (!service || service->state() == SERVICE_RUNNING) &&
                     (row++ ||
-                     (!exists(target("zKSCFLT.sys")) && !keyExists(kLm, kServices + "zKSCFLT") &&
+                     (!exists(target("zKSCFLT.sys")) && !keyExists(HKLM, kServices + "zKSCFLT") &&
                       value(kClass, "UpperFilters") == sz({"otherflt"}) && oldCatalogThere() &&
                       installedIs("bvsup.sys", "package") && infInstalled("bvsifdh.inf") && infInstalled("bvsup.inf"))))
             << log.dump();
@@ -321,9 +319,9 @@ TEST_F(InstallRoad, ReaderCountFakeReaderAndFilterReconciledWithTheResourceManag
     for (const auto& id : devicesWithId("*BVS0001")) EXPECT_EQ(deviceProperty(id, SPDRP_SERVICE), "bvsifdh");
     EXPECT_TRUE(value(kClass, "UpperFilters") == sz({"otherflt", "zKSCFLT"}) && installedIs("zKSCFLT.sys", "package") &&
                 installedIs("bvsifdh.sys", "package") && !oldCatalogThere() &&
-                readDword(kLm, kServices + "zKSCFLT", "Start") == 4u &&
-                readString(kLm, kServices + "zKSCFLT", "Group") == "PnP Filter" &&
-                readDword(kLm, kFlagKey, "Reboot") == 1u && !exists(zk::zkPassIniPath()));
+                readDword(HKLM, kServices + "zKSCFLT", "Start") == 4u &&
+                readString(HKLM, kServices + "zKSCFLT", "Group") == "PnP Filter" &&
+                readDword(HKLM, kFlagKey, "Reboot") == 1u && !exists(zk::zkPassIniPath()));
     const string o = "Trace in " + kOem;
     EXPECT_TRUE(all.hasInOrder(
         {o + " FilterDriver: not used because D_USE_MINIMAL_HW_ONLY",
@@ -337,7 +335,7 @@ TEST_F(InstallRoad, ReaderCountFakeReaderAndFilterReconciledWithTheResourceManag
          o + "SetupCopyOEMInf bvsUpPath done.", o + "filter-driver registry exist: " + kServices + "zKSCFLT",
          o + "filter-driver registry exist: " + kClass}))
         << all.dump();
-    deleteValue(kLm, kClass, "UpperFilters");
+    deleteValue(HKLM, kClass, "UpperFilters");
 }
 
 // XP never forces the fake reader and leaves "AdminPriv" and the filter catalog alone; Vista does
@@ -347,19 +345,19 @@ TEST_F(InstallRoad, FakeReaderRuleFlagsAndUpgradeAdjustments) {
     const string ifdh = DriverStage::setupFolder() + "\\bvsifdh.inf", mw = "Software\\Brevant\\Zenkey\\MIDDLEWARE",
                  sr = "Trace in setRefCount(), ";
     stage.placeCatalog("zkextra.cat", "extra\\zkextra.cat");
-    for (const char* name : {"Rollback", "UpgradeExecuting", "AdminPriv"}) writeDword(kLm, kFlagKey, name, 1);
+    for (const char* name : {"Rollback", "UpgradeExecuting", "AdminPriv"}) writeDword(HKLM, kFlagKey, name, 1);
     LogCapture log;
     for (UINT upgrade : {450u, 0u}) {
-        writeDword(kLm, kShared, ifdh, 4), writeDword(kLm, kShared, source("zKSCFLT.inf"), 1),
-            writeString(kLm, mw + "\\CertStore", "PropagateCACertificates", "1");
+        writeDword(HKLM, kShared, ifdh, 4), writeDword(HKLM, kShared, source("zKSCFLT.inf"), 1),
+            writeString(HKLM, mw + "\\CertStore", "PropagateCACertificates", "1");
         // The first run consumed "AdminPriv".
         EXPECT_TRUE(install(0, 2, 0, upgrade ? "2" : "", upgrade) == 0u && devices() == 200u + (vista && !upgrade) &&
-                    readDword(kLm, kShared, ifdh) == (upgrade ? 1u : 4u) &&
-                    !readDword(kLm, kShared, source("bvsup.inf")) &&
-                    readString(kLm, mw + "\\CertStore", "PropagateCACertificates").has_value() == !upgrade)
+                    readDword(HKLM, kShared, ifdh) == (upgrade ? 1u : 4u) &&
+                    !readDword(HKLM, kShared, source("bvsup.inf")) &&
+                    readString(HKLM, mw + "\\CertStore", "PropagateCACertificates").has_value() == !upgrade)
             << upgrade;
     }
-    const auto flag = [](const char* name) { return readDword(kLm, kFlagKey, name).value_or(9); };
+    const auto flag = [](const char* name) { return readDword(HKLM, kFlagKey, name).value_or(9); };
     EXPECT_TRUE(log.hasInOrder({sr + "refcount doesn't exist, value=1, rv=0", sr + " oldvalue=4",
                                 sr + "refcount doesn't exist, value=0, rv=2"}) &&
                 oldCatalogThere() != vista &&
@@ -368,7 +366,7 @@ TEST_F(InstallRoad, FakeReaderRuleFlagsAndUpgradeAdjustments) {
                 flag("UninstRegClean") == 1)
         << log.dump();
     EXPECT_TRUE(install(0, 2, 1, "0") == 0u && flag("UninstRegClean") == 0u);
-    deleteTree(kLm, mw), deleteValue(kLm, kShared, ifdh), deleteValue(kLm, kShared, source("zKSCFLT.inf"));
+    deleteTree(HKLM, mw), deleteValue(HKLM, kShared, ifdh), deleteValue(HKLM, kShared, source("zKSCFLT.inf"));
 }
 
 // The driver key's InfPath, DriverVersion, DriverDate and DriverDateData ("" = absent); with `desc`,
@@ -376,7 +374,7 @@ TEST_F(InstallRoad, FakeReaderRuleFlagsAndUpgradeAdjustments) {
 Lines driverValues(const string& id, const char* maker = nullptr, const char* desc = nullptr, const Lines& v = {}) {
     const string key = "SYSTEM\\CurrentControlSet\\Control\\Class\\" + deviceProperty(id, SPDRP_DRIVER),
                  device = "SYSTEM\\CurrentControlSet\\Enum\\" + id;
-    if (desc) writeString(kLm, device, "Mfg", maker), writeString(kLm, device, "DeviceDesc", desc);
+    if (desc) writeString(HKLM, device, "Mfg", maker), writeString(HKLM, device, "DeviceDesc", desc);
     Lines now;
     for (const char* name : {"InfPath", "DriverVersion", "DriverDate", "DriverDateData"}) {
         const bool bin = now.size() == 3;  // the date data is binary
@@ -408,7 +406,7 @@ TEST_F(InstallRoad, FailuresReaderCountActionsAndDriverUpgrade) {
     EXPECT_TRUE(
         log.hasInOrder({failed + "ERROR_FILE_NOT_FOUND", failed + "5", "Err in CoreInstall, e.code(): result=2",
                         "canfail: 1", "canfail: 0"}) &&
-        in(log, "uilevel=1, nPropReaders=2, bAddFakeReader=0, isUpgrade=0, upgradeVersion=0 clear_reg=0xffffffff"))
+        log.contains("uilevel=1, nPropReaders=2, bAddFakeReader=0, isUpgrade=0, upgradeVersion=0 clear_reg=0xffffffff"))
         << log.dump();
 
     stage.replaceSource("bvsifdh.inf", "package\\bvsifdh.inf"), inst.installerFinal(), inst.installerInit(),
@@ -439,7 +437,7 @@ TEST_F(InstallRoad, FailuresReaderCountActionsAndDriverUpgrade) {
     for (const char* text : {"\tUpgrade [3] devices...", "method RegQueryValueEx(DriverDate): Failed",
                              "update from version/date/infPath=1.0.0.1/1-1-2000/old.inf to "
                              "version/date/infPath=2.5.100.7/11-1-2026/oem7.inf"})
-        EXPECT_TRUE(in(log, text)) << text << log.dump();
+        EXPECT_TRUE(log.contains(text)) << text << log.dump();
 }
 
 // Refused on NT 4 (without newdev.dll, see the binding, the installer object cannot be built).
@@ -450,17 +448,17 @@ TEST(CheckActions, RebootFlagOneOrTwoRestartsAtTheEndAndTheRMCheckRunsFromXpOn) 
     LogCapture log;
     Lines want;
     for (DWORD flag : {0, 1, 2, 3}) {  // MSIRUNMODE_REBOOTATEND is 6
-        writeDword(kLm, kFlagKey, "Reboot", flag),
+        writeDword(HKLM, kFlagKey, "Reboot", flag),
             want.push_back("Trace in CoreCheckReboot, Running as Admin user, rebootMode=" + std::to_string(flag));
         TestSession session;
-        EXPECT_TRUE(CoreCheckReboot(session.handle()) == 0u && !readDword(kLm, kFlagKey, "Reboot") &&
+        EXPECT_TRUE(CoreCheckReboot(session.handle()) == 0u && !readDword(HKLM, kFlagKey, "Reboot") &&
                     MsiApi::get().GetMode(session.handle(), 6) == (flag == 1 || flag == 2));
     }
     TestSession session;
     const bool win2k = expectedWinver() == "win2k";
     EXPECT_TRUE(CoreCheckRMbehave(session.handle()) == 0u && log.hasInOrder(want) &&
                 log.has("Trace in CoreCheckRMbehave, Platform less then PL_WINNTXP - No Checking ...") == win2k &&
-                in(log, "Win2KCoreInstaller::check_RM_behave(): entry") != win2k)
+                log.contains("Win2KCoreInstaller::check_RM_behave(): entry") != win2k)
         << log.dump();
 }
 

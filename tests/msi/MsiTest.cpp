@@ -105,7 +105,7 @@ TEST(Checks, SessionsVersionsAndRuntimeFiles) {
                         "CoreCheckSessions >> OUT, rv = 0x0",
                         "Trace in " + op + "result(exist msvcrt.dll and msvcp60.dll) = [0] on file setup.exe",
                         "Warn in " + op + ", There is no file <" + path + "> exist - so assumed not protected"}) &&
-        log.raw().find("Err in " + op + "getFileVersion() on " + path + " failed, err=0x") != std::string::npos)
+        log.contains("Err in " + op + "getFileVersion() on " + path + " failed, err=0x"))
         << present << missing << unreadable << log.dump();
 }
 

@@ -17,6 +17,8 @@ public:
     // True when `wanted` appear in this order (other lines may stand between).
     bool hasInOrder(const std::vector<std::string>& wanted) const;
     bool has(const std::string& line) const;
+    // True when `text` stands anywhere in the raw bytes (part of a line is enough).
+    bool contains(const std::string& text) const { return raw().find(text) != std::string::npos; }
     // Number of lines equal to `line`.
     int count(const std::string& line) const;
     // Lines as one text, for failure messages.

@@ -8,6 +8,7 @@
 
 namespace zktest {
 
+inline const HKEY HKLM = HKEY_LOCAL_MACHINE;
 inline constexpr const char* kFlagKey = "Software\\Brevant\\Zenkey\\MIDDLEWARE\\Install";
 
 void deleteTree(HKEY root, const std::string& path);
