@@ -2,9 +2,13 @@
 
 #include <windows.h>
 
+#include <shlobj.h>
+#include <shlwapi.h>
+
 #include <algorithm>
 #include <fstream>
 #include <iterator>
+#include <sstream>
 
 #include "frame/Win32.h"
 #include "support/TestDevices.h"
@@ -36,11 +40,9 @@ void deleteCopiesOf(const std::string& folder, const std::string& pattern, const
                     bool pnf = false) {
     for (const auto& name : filesIn(folder, pattern)) {
         const std::string path = folder + "\\" + name, bytes = readAll(path);
-        for (const auto& c : contents) {
-            if (c.empty() || bytes != c) continue;
-            DeleteFileA(path.c_str());
-            if (pnf) DeleteFileA((path.substr(0, path.size() - 4) + ".pnf").c_str());
-        }
+        if (bytes.empty() || std::find(contents.begin(), contents.end(), bytes) == contents.end()) continue;
+        DeleteFileA(path.c_str());
+        if (pnf) DeleteFileA((path.substr(0, path.size() - 4) + ".pnf").c_str());
     }
 }
 
@@ -58,17 +60,13 @@ void deleteServices() {
 // Cuts "zKSCFLT" out of the reader class "UpperFilters"; drops the value when
 // nothing else is left in it.
 void removeUpperFilter() {
-    DWORD type = 0;
-    std::string value, kept;
-    if (!readRaw(HKEY_LOCAL_MACHINE, kClassKey, "UpperFilters", type, value)) return;
-    for (size_t pos = 0, end; pos < value.size(); pos = end + 1) {
-        end = std::min(value.find('\0', pos), value.size());
-        const std::string entry = value.substr(pos, end - pos);
+    std::string kept, entry;
+    for (std::istringstream list(DriverStage::filters()); std::getline(list, entry, ',');)
         if (!entry.empty() && entry != "zKSCFLT") kept += entry + '\0';
-    }
     if (kept.empty()) return deleteValue(HKEY_LOCAL_MACHINE, kClassKey, "UpperFilters");
     writeRaw(HKEY_LOCAL_MACHINE, kClassKey, "UpperFilters", REG_MULTI_SZ, kept + '\0');
 }
+bool exists(const std::string& path) { return GetFileAttributesA(path.c_str()) != INVALID_FILE_ATTRIBUTES; }
 }  // namespace
 
 std::string DriverStage::setupFolder() { return zk::systemDirectory() + "\\setup\\Brevant\\Zenkey"; }
@@ -83,9 +81,7 @@ std::string DriverStage::fixture(const std::string& relative) { return env("ZK_F
 DriverStage::DriverStage() {
     cleanUp();
     classKeyExisted_ = keyExists(HKEY_LOCAL_MACHINE, kClassKey);
-    const std::string sys = zk::systemDirectory();
-    for (const std::string& dir : {sys + "\\setup", sys + "\\setup\\Brevant", setupFolder()})
-        CreateDirectoryA(dir.c_str(), nullptr);
+    SHCreateDirectoryExA(nullptr, setupFolder().c_str(), nullptr);
     for (const char* name : kNames)
         for (const char* ext : {".inf", ".sys", ".cat"})
             replaceSource(name + std::string(ext), std::string("package\\") + name + ext);
@@ -104,8 +100,7 @@ void DriverStage::placeTarget(const std::string& name, const std::string& fixtur
 void DriverStage::removeSource(const std::string& name) const { DeleteFileA((setupFolder() + "\\" + name).c_str()); }
 
 void DriverStage::placeCatalog(const std::string& name, const std::string& fixtureRelative) {
-    CreateDirectoryA((zk::systemDirectory() + "\\catroot").c_str(), nullptr);
-    CreateDirectoryA(catalogFolder().c_str(), nullptr);
+    SHCreateDirectoryExA(nullptr, catalogFolder().c_str(), nullptr);
     CopyFileA(fixture(fixtureRelative).c_str(), (catalogFolder() + "\\" + name).c_str(), FALSE);
     extraCatalogs_.push_back(name);
 }
@@ -129,15 +124,11 @@ std::string DriverStage::filters() {
 std::string DriverStage::productOnMachine() {
     size_t infs = 0, sys = 0, staged = 0;
     std::string services;
-    zk::ServiceHandle scm(OpenSCManagerA(nullptr, nullptr, SC_MANAGER_CONNECT));
     for (const std::string name : kNames) {
-        infs += installedInfCopies(name + ".inf").size();
-        sys += GetFileAttributesA((driversFolder() + "\\" + name + ".sys").c_str()) != INVALID_FILE_ATTRIBUTES;
-        for (const char* ext : {".sys", ".inf", ".cat"})
-            staged += GetFileAttributesA((setupFolder() + "\\" + name + ext).c_str()) != INVALID_FILE_ATTRIBUTES;
-        if (zk::ServiceHandle(OpenServiceA(scm.get(), name.c_str(), SERVICE_QUERY_STATUS)) ||
-            keyExists(HKEY_LOCAL_MACHINE, "SYSTEM\\CurrentControlSet\\Services\\" + name))
-            services += name + ",";
+        infs += installedInfCopies(name + ".inf").size(), sys += exists(driversFolder() + "\\" + name + ".sys");
+        for (const char* ext : {".sys", ".inf", ".cat"}) staged += exists(setupFolder() + "\\" + name + ext);
+        // A deleted service keeps its key until the manager lets go of it: either counts.
+        if (keyExists(HKEY_LOCAL_MACHINE, "SYSTEM\\CurrentControlSet\\Services\\" + name)) services += name + ",";
     }
     return "readers=" + std::to_string(devicesWithId("*BVS0001").size()) +
            " fake=" + std::to_string(devicesWithId("*BVS0009").size()) + " infs=" + std::to_string(infs) +
@@ -149,11 +140,7 @@ void DriverStage::cleanUp() {
     deleteServices();
     removeUpperFilter();
     // The filter INF creates the reader class key; an empty one goes again.
-    DWORD subkeys = 1, values = 1;
-    zk::RegKey key;
-    if (!classKeyExisted_ && !RegOpenKeyExA(HKEY_LOCAL_MACHINE, kClassKey, 0, KEY_READ | KEY_WOW64_64KEY, key.put()) &&
-        !RegQueryInfoKeyA(key.get(), 0, 0, 0, &subkeys, 0, 0, &values, 0, 0, 0, 0) && subkeys + values == 0)
-        RegDeleteKeyExA(HKEY_LOCAL_MACHINE, kClassKey, KEY_WOW64_64KEY, 0);
+    if (!classKeyExisted_) SHDeleteEmptyKeyA(HKEY_LOCAL_MACHINE, kClassKey);
 
     std::vector<std::string> infs, cats{readAll(fixture("extra\\zkextra.cat"))};
     for (const char* name : kNames) {

@@ -4,8 +4,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdio>
-
 #include "frame/Win32.h"
 #include "support/TestProcess.h"
 #include "support/TestRegistry.h"
@@ -66,11 +64,7 @@ void Scenario::card(const std::string& reader, const std::vector<BYTE>& atr) {
 
 void Scenario::cardNames(const std::vector<BYTE>& atr, const std::vector<std::string>& names) {
     std::string hexText;
-    char two[3];
-    for (BYTE b : atr) {
-        std::snprintf(two, sizeof two, "%02x", b);
-        hexText += two;
-    }
+    for (BYTE b : atr) hexText += {"0123456789abcdef"[b >> 4], "0123456789abcdef"[b & 15]};
     writeRaw(HKEY_LOCAL_MACHINE, std::string(kScenarioKey) + "\\Cards", hexText, REG_MULTI_SZ, multiString(names));
 }
 

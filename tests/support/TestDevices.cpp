@@ -3,7 +3,7 @@
 #include <setupapi.h>
 #include <newdev.h>
 
-#include <functional>
+#include <memory>
 #include <stdexcept>
 
 #include "support/DriverStage.h"
@@ -12,6 +12,7 @@ namespace zktest {
 namespace {
 
 const GUID kReaderClass = {0x50DD5230, 0xBA8A, 0x11D1, {0xBF, 0x5D, 0x00, 0x00, 0xF8, 0x05, 0xF5, 0x30}};
+using DeviceList = std::unique_ptr<void, decltype(&SetupDiDestroyDeviceInfoList)>;
 
 void require(bool ok, const char* what) {
     if (!ok) throw std::runtime_error(std::string(what) + " failed, error " + std::to_string(GetLastError()));
@@ -25,39 +26,24 @@ std::string instanceId(HDEVINFO set, SP_DEVINFO_DATA& element) {
 
 // Calls `each` for every device of every class.
 void forEachDevice(const std::function<void(HDEVINFO, SP_DEVINFO_DATA&)>& each) {
-    HDEVINFO set = SetupDiGetClassDevsA(nullptr, nullptr, nullptr, DIGCF_ALLCLASSES);
-    if (set == INVALID_HANDLE_VALUE) return;
-    SP_DEVINFO_DATA element{};
-    element.cbSize = sizeof(element);
-    for (DWORD i = 0; SetupDiEnumDeviceInfo(set, i, &element); ++i) each(set, element);
-    SetupDiDestroyDeviceInfoList(set);
-}
-
-void setProperty(HDEVINFO set, SP_DEVINFO_DATA& element, DWORD which, const std::string& value) {
-    require(SetupDiSetDeviceRegistryPropertyA(set, &element, which, reinterpret_cast<const BYTE*>(value.data()),
-                                              static_cast<DWORD>(value.size())),
-            "SetupDiSetDeviceRegistryPropertyA");
+    DeviceList set(SetupDiGetClassDevsA(nullptr, nullptr, nullptr, DIGCF_ALLCLASSES), SetupDiDestroyDeviceInfoList);
+    SP_DEVINFO_DATA element{sizeof(element), {}, 0, 0};
+    for (DWORD i = 0; set.get() != INVALID_HANDLE_VALUE && SetupDiEnumDeviceInfo(set.get(), i, &element); ++i)
+        each(set.get(), element);
 }
 
 std::string registerDevice(const char* name, DWORD flags, const std::string& hardwareId, const std::string& maker) {
-    HDEVINFO set = SetupDiCreateDeviceInfoList(&kReaderClass, nullptr);
-    require(set != INVALID_HANDLE_VALUE, "SetupDiCreateDeviceInfoList");
-    SP_DEVINFO_DATA element{};
-    element.cbSize = sizeof(element);
-    std::string id;
-    try {
-        require(SetupDiCreateDeviceInfoA(set, name, &kReaderClass, "test device", nullptr, flags, &element),
-                "SetupDiCreateDeviceInfoA");
-        setProperty(set, element, SPDRP_HARDWAREID, hardwareId + std::string(2, '\0'));
-        if (!maker.empty()) setProperty(set, element, SPDRP_MFG, maker + '\0');
-        require(SetupDiCallClassInstaller(DIF_REGISTERDEVICE, set, &element), "DIF_REGISTERDEVICE");
-        id = instanceId(set, element);
-    } catch (...) {
-        SetupDiDestroyDeviceInfoList(set);
-        throw;
-    }
-    SetupDiDestroyDeviceInfoList(set);
-    return id;
+    DeviceList set(SetupDiCreateDeviceInfoList(&kReaderClass, nullptr), SetupDiDestroyDeviceInfoList);
+    SP_DEVINFO_DATA element{sizeof(element), {}, 0, 0};
+    const auto property = [&](DWORD which, const std::string& value) {
+        return SetupDiSetDeviceRegistryPropertyA(set.get(), &element, which, (const BYTE*)value.data(), value.size());
+    };
+    require(SetupDiCreateDeviceInfoA(set.get(), name, &kReaderClass, "test device", nullptr, flags, &element) &&
+                property(SPDRP_HARDWAREID, hardwareId + std::string(2, '\0')) &&
+                (maker.empty() || property(SPDRP_MFG, maker + '\0')) &&
+                SetupDiCallClassInstaller(DIF_REGISTERDEVICE, set.get(), &element),
+            "registering a device");
+    return instanceId(set.get(), element);
 }
 
 }  // namespace
@@ -78,11 +64,10 @@ std::string TestDevices::addUsb(const std::string& vidPid, const std::string& se
 }
 
 void TestDevices::removeAll() {
-    if (made_.empty()) return;
     forEachDevice([this](HDEVINFO set, SP_DEVINFO_DATA& element) {
-        const std::string id = instanceId(set, element);
         for (const auto& mine : made_)
-            if (lstrcmpiA(mine.c_str(), id.c_str()) == 0) SetupDiCallClassInstaller(DIF_REMOVE, set, &element);
+            if (lstrcmpiA(mine.c_str(), instanceId(set, element).c_str()) == 0)
+                SetupDiCallClassInstaller(DIF_REMOVE, set, &element);
     });
     made_.clear();
 }
@@ -100,23 +85,14 @@ std::vector<std::string> devicesWithId(const std::string& hardwareId) {
     return found;
 }
 
-bool deviceExists(const std::string& instanceId) {
-    for (const auto& id : devicesWithId())
-        if (lstrcmpiA(id.c_str(), instanceId.c_str()) == 0) return true;
-    return false;
-}
-
-void withDevice(const std::string& id, const std::function<void(HDEVINFO, SP_DEVINFO_DATA&)>& each) {
-    forEachDevice([&](HDEVINFO set, SP_DEVINFO_DATA& element) {
-        if (lstrcmpiA(instanceId(set, element).c_str(), id.c_str()) == 0) each(set, element);
-    });
-}
+bool deviceExists(const std::string& instanceId) { return !deviceProperty(instanceId, SPDRP_HARDWAREID).empty(); }
 
 std::string deviceProperty(const std::string& id, DWORD property) {
     char text[512] = {};
-    withDevice(id, [&](HDEVINFO set, SP_DEVINFO_DATA& element) {
-        SetupDiGetDeviceRegistryPropertyA(set, &element, property, nullptr, reinterpret_cast<BYTE*>(text),
-                                          sizeof(text) - 1, nullptr);
+    forEachDevice([&](HDEVINFO set, SP_DEVINFO_DATA& element) {
+        if (lstrcmpiA(instanceId(set, element).c_str(), id.c_str()) == 0)
+            SetupDiGetDeviceRegistryPropertyA(set, &element, property, nullptr, reinterpret_cast<BYTE*>(text),
+                                              sizeof(text) - 1, nullptr);
     });
     return text;
 }

@@ -11,7 +11,6 @@
 //   Calls\LastCurrentState  the state the last status query came with
 #include <windows.h>
 
-#include <cstdio>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -43,10 +42,9 @@ bool readValue(const char* sub, const std::string& name, std::string& data) {
 }
 
 DWORD readDword(const char* sub, const std::string& name, DWORD fallback) {
-    const std::string path = std::string(kRoot) + "\\" + sub;
-    DWORD v = 0, size = sizeof v;
-    return RegGetValueA(HKEY_LOCAL_MACHINE, path.c_str(), name.c_str(), RRF_RT_REG_DWORD, nullptr, &v, &size) ? fallback
-                                                                                                              : v;
+    std::string v;
+    return readValue(sub, name, v) && v.size() == sizeof fallback ? *reinterpret_cast<const DWORD*>(v.data())
+                                                                  : fallback;
 }
 
 void writeDword(const std::string& name, DWORD value) {
@@ -68,8 +66,7 @@ LONG answer(const std::string& text, const char* sizeCall, const char* dataCall,
         if (rv == 0) *length = static_cast<DWORD>(text.size());
         return rv;
     }
-    const LONG rv = forced(dataCall);
-    if (rv) return rv;
+    if (const LONG rv = forced(dataCall)) return rv;
     if (*length < text.size()) return kInsufficientBuffer;
     std::memcpy(buffer, text.data(), text.size());
     *length = static_cast<DWORD>(text.size());
@@ -84,11 +81,7 @@ std::string multiString(std::string data) {
 
 std::string hexOf(const BYTE* bytes, size_t n) {
     std::string s;
-    char two[3];
-    for (size_t i = 0; i < n; ++i) {
-        std::snprintf(two, sizeof two, "%02x", bytes[i]);
-        s += two;
-    }
+    for (size_t i = 0; i < n; ++i) s += {"0123456789abcdef"[bytes[i] >> 4], "0123456789abcdef"[bytes[i] & 15]};
     return s;
 }
 
@@ -98,8 +91,7 @@ extern "C" {
 
 LONG WINAPI SCardEstablishContext(DWORD, const void*, const void*, Context* context) {
     count("EstablishContext");
-    const LONG rv = forced("EstablishContext");
-    if (rv) return rv;
+    if (const LONG rv = forced("EstablishContext")) return rv;
     count("Established");
     static Context next = 0x5c000;
     *context = ++next;
