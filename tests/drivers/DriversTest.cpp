@@ -194,9 +194,8 @@ TEST(Staging, CopySysVersionsCatalogsAndCopyOemFailures) {
     stage.placeCatalog("zkextra.cat", "extra\\zkextra.cat"), stage.placeCatalog("zKSCFLT.cat", "package\\zKSCFLT.cat");
     Lines found, none;
     // (Wine answers the size query even for the invalid handle of the missing file.)
-    EXPECT_TRUE(inst.enumareFile(file, found) == 1 && found.size() == 2 &&
-                inst.enumareFile(source("bvsifdh.sys"), none) + inst.enumareFile(source("absent.sys"), none) == 0 &&
-                none.empty());
+    const int listed = inst.enumareFile(file, found),
+              unlisted = inst.enumareFile(source("bvsifdh.sys"), none) + inst.enumareFile(source("absent.sys"), none);
     stage.removeSource("zKSCFLT.sys"), spoil("bvsifdh.sys");
     DWORD version[3] = {9, 9, 9};  // not a driver image: no version, and the outputs zeroed
     ASSERT_TRUE(CreateDirectoryA(target("bvsup.sys").c_str(), nullptr));  // in the way: no file can be written there
@@ -207,7 +206,8 @@ TEST(Staging, CopySysVersionsCatalogsAndCopyOemFailures) {
         "Err in " + kSys + "getFileVersion() on " + source("bvsifdh.sys") + " failed, err=0x714",
         "Err in " + kSys + "getFileVersion() on " + file + " failed, err=0x2",
         "Err in " + kSys + "CopyFile, file=" + source("bvsup.sys") + " failed 0x5"};
-    EXPECT_TRUE(log.hasInOrder(want) && !exists(target("bvsifdh.sys")) &&
+    EXPECT_TRUE(listed == 1 && found.size() == 2 && unlisted == 0 && none.empty() && log.hasInOrder(want) &&
+                !exists(target("bvsifdh.sys")) &&
                 !zk::getFileVersion(source("bvsifdh.sys"), version[0], version[1], version[2]) &&
                 !(version[0] | version[1] | version[2]))
         << log.dump();
@@ -240,9 +240,9 @@ struct InstallRoad : ::testing::Test {
     Scenario rm;  // the resource manager's readers; SCardSvr below
     std::optional<ScardSvrService> service{std::in_place};
     InstallRoad() { service->start(); }
+    UINT removed = 0;
     ~InstallRoad() override {
-        UINT n = 0;
-        for (const char* id : {"*BVS0001", "*bvs0009"}) inst.removePNPDevice(id, 0, n);
+        for (const char* id : {"*BVS0001", "*bvs0009"}) inst.removePNPDevice(id, 0, removed);
     }
 };
 // Reader devices times 100 plus fake-reader devices.
@@ -329,7 +329,8 @@ TEST_F(InstallRoad, FakeReaderRuleFlagsAndUpgradeAdjustments) {
 
 // The driver key's InfPath, DriverVersion, DriverDate and DriverDateData as value() gives them; with `set`,
 // maker, description and values are written first (Wine writes neither maker nor version and date).
-Lines driverValues(const string& id, const Lines& set = {}, const char* maker = "", const char* desc = "") {
+Lines driverValues(const string& id, const Lines& set = {}, const char* desc = "Brevant IFD Handler",
+                   const char* maker = "Brevant Secure Systems Ltd.") {
     const string key = "SYSTEM\\CurrentControlSet\\Control\\Class\\" + deviceProperty(id, SPDRP_DRIVER),
                  device = "SYSTEM\\CurrentControlSet\\Enum\\" + id;
     if (!set.empty()) writeString(HKLM, device, "Mfg", maker), writeString(HKLM, device, "DeviceDesc", desc);
@@ -368,19 +369,17 @@ TEST_F(InstallRoad, FailuresReaderCountActionsAndDriverUpgrade) {
     TestDevices made;
     const string older = made.addReader("*bvs0009"), noDate = made.addReader("*bvs0009"),
                  other = made.addReader("*bvs0009");
-    const char* maker = "Brevant Secure Systems Ltd.";
     const Lines old = {z("old.inf"), z("1.0.0.1"), z("1-1-2000"), "3OLDDATE!"},
-                ref = {z("oem7.inf"), z("2.5.100.7"), z("11-1-2026"), "3NEWDATE!"},
-                noDates = {z("old.inf"), z("1.0.0.1"), "", "3OLDDATE!"};
-    driverValues(older, old, maker, "Brevant IFD Handler"), driverValues(noDate, noDates, maker, "Brevant IFD Handler"),
-        driverValues(other, old, "Acme", "Brevant IFD Handler");
-    EXPECT_TRUE(inst.UpgradeBrevantEnumDevices() &&
-                driverValues(older) == old);  // no reference device: nothing written
-    inst.pnpCreateDevice("*BVS0001\0", 10);
-    driverValues(devicesWithId("*BVS0001").at(0), ref, maker, "Brevant VR Handler");
+                ref = {z("oem7.inf"), z("2.5.100.7"), z("11-1-2026"), "3NEWDATE!"};
+    driverValues(older, old), driverValues(noDate, {z("old.inf"), z("1.0.0.1"), "", "3OLDDATE!"}),
+        driverValues(other, old, "Brevant IFD Handler", "Acme");
+    // No reference device: nothing written.
+    EXPECT_TRUE(inst.UpgradeBrevantEnumDevices() && driverValues(older) == old);
+    inst.pnpCreateDevice("*BVS0001\0", 10), driverValues(devicesWithId("*BVS0001").at(0), ref, "Brevant VR Handler");
     EXPECT_TRUE(inst.UpgradeBrevantEnumDevices() && driverValues(older) == ref && driverValues(other) == old &&
-                driverValues(noDate) == Lines({z("oem7.inf"), z("2.5.100.7"), "", "3OLDDATE!"}));
-    EXPECT_TRUE(log.contains("method RegQueryValueEx(DriverDate): Failed")) << log.dump();
+                driverValues(noDate) == Lines({z("oem7.inf"), z("2.5.100.7"), "", "3OLDDATE!"}) &&
+                log.contains("method RegQueryValueEx(DriverDate): Failed"))
+        << log.dump();
 }
 
 // Refused on NT 4 (without newdev.dll, see the binding, the installer object cannot be built).
