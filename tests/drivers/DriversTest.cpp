@@ -20,7 +20,6 @@
 
 using namespace zktest;
 using std::string;
-using zk::Win2KCoreInstaller;
 using Lines = std::vector<string>;
 template <class... T>
 using Rows = std::vector<std::tuple<T...>>;  // one table per rule
@@ -32,8 +31,7 @@ const string kClass = zk::kReaderClassKey, kServices = "SYSTEM\\CurrentControlSe
              kShared = zk::kSharedDllsKey, kEntry = "%SystemRoot%\\System32\\Setup\\Brevant\\Zenkey;",
              kInit = "Win2KCoreInstaller::installerInit()",
              kOverrides = "Software\\Wine\\AppDefaults\\zkrun.exe\\DllOverrides",
-             kOem = "Win2KCoreInstaller::copy_oem(), ", kSys = "Win2KCoreInstaller::copy_sys(), ",
-             kEnum = "Win2KCoreInstaller::enumareFile(), ";
+             kOem = "Win2KCoreInstaller::copy_oem(), ", kSys = "Win2KCoreInstaller::copy_sys(), ";
 
 // A registry value as its type digit and bytes ("" when absent); a REG_MULTI_SZ after "flt0".."flt<numbered-1>".
 string value(const string& path, const string& name) {
@@ -135,7 +133,7 @@ TEST(DriverRegistry, FilterListSearchPathAndServiceKeys) {
 TEST(Binding, EveryStepThenAlreadyBoundThenReleasedAndBoundAgain) {
     const bool win2k = expectedWinver() == "win2k";  // no SetupUninstallOEMInf there
     LogCapture log;
-    Win2KCoreInstaller w;
+    zk::Win2KCoreInstaller w;
     EXPECT_TRUE((w.m_SetupUninstallOEMInfW == nullptr) == win2k && w.m_CMP_WaitNoPendingInstallEvents &&
                 w.installerInit() == 1);
     w.installerFinal();
@@ -178,7 +176,7 @@ TEST(Binding, AMissingLibraryStopsTheChain) {
 // and each file whose absence stops copy_oem: what came before stays done, nothing after happens.
 TEST(Staging, CopySysVersionsCatalogsAndCopyOemFailures) {
     DriverStage stage;
-    Win2KCoreInstaller inst;
+    zk::Win2KCoreInstaller inst;
     const string file = source("zKSCFLT.sys");
     LogCapture log;
     const Rows<string, string, bool> copies = {{"package", "", true},           {"package", "2.5.99.7", true},
@@ -202,7 +200,7 @@ TEST(Staging, CopySysVersionsCatalogsAndCopyOemFailures) {
     for (const char* name : {"bvsifdh.sys", "zKSCFLT.sys", "bvsup.sys"}) inst.copy_sys(name);
     const Lines want = {
         "Trace in " + kSys + " OldSys: " + zk::systemDirectory() + "\\Drivers\\zKSCFLT.sys ver: 0.0 build: 0",
-        "Err in " + kEnum + "CryptCATAdminCalcHashFromFileHandle: Calculate failed! size=20",
+        "Err in Win2KCoreInstaller::enumareFile(), CryptCATAdminCalcHashFromFileHandle: Calculate failed! size=20",
         "Err in " + kSys + "getFileVersion() on " + source("bvsifdh.sys") + " failed, err=0x714",
         "Err in " + kSys + "getFileVersion() on " + file + " failed, err=0x2",
         "Err in " + kSys + "CopyFile, file=" + source("bvsup.sys") + " failed 0x5"};
@@ -236,7 +234,7 @@ TEST(Staging, CopySysVersionsCatalogsAndCopyOemFailures) {
 // winscard stand-in, the stand-in SCardSvr running, and no reader device before or after a test.
 struct InstallRoad : ::testing::Test {
     DriverStage stage;
-    Win2KCoreInstaller inst;
+    zk::Win2KCoreInstaller inst;
     Scenario rm;  // the resource manager's readers; SCardSvr below
     std::optional<ScardSvrService> service{std::in_place};
     InstallRoad() { service->start(); }
@@ -308,8 +306,7 @@ TEST_F(InstallRoad, FakeReaderRuleFlagsAndUpgradeAdjustments) {
     for (const char* name : {"Rollback", "UpgradeExecuting", "AdminPriv"}) writeDword(HKLM, kFlagKey, name, 1);
     LogCapture log;
     for (UINT upgrade : {450u, 0u}) {
-        writeDword(HKLM, kShared, ifdh, 4), writeDword(HKLM, kShared, source("zKSCFLT.inf"), 1),
-            writeString(HKLM, mw + "\\CertStore", "PropagateCACertificates", "1");
+        writeDword(HKLM, kShared, ifdh, 4), writeString(HKLM, mw + "\\CertStore", "PropagateCACertificates", "1");
         // The first run consumed "AdminPriv".
         EXPECT_TRUE(install(0, 2, 0, upgrade ? "2" : "", upgrade) == 0u && devices() == 200u + (vista && !upgrade) &&
                     readDword(HKLM, kShared, ifdh) == (upgrade ? 1u : 4u) &&
@@ -324,7 +321,7 @@ TEST_F(InstallRoad, FakeReaderRuleFlagsAndUpgradeAdjustments) {
                 flag("UninstRegClean") == 1)
         << log.dump();
     EXPECT_TRUE(install(0, 2, 1, "0") == 0u && flag("UninstRegClean") == 0u);
-    deleteTree(HKLM, mw), deleteValue(HKLM, kShared, ifdh), deleteValue(HKLM, kShared, source("zKSCFLT.inf"));
+    deleteTree(HKLM, mw), deleteValue(HKLM, kShared, ifdh);
 }
 
 // The driver key's InfPath, DriverVersion, DriverDate and DriverDateData as value() gives them; with `set`,
