@@ -20,7 +20,6 @@
 
 using namespace zktest;
 using std::string;
-using zk::Win2KCoreInstaller;
 using Lines = std::vector<string>;
 template <class... T>
 using Rows = std::vector<std::tuple<T...>>;  // one table per rule
@@ -32,8 +31,7 @@ const string kClass = zk::kReaderClassKey, kServices = "SYSTEM\\CurrentControlSe
              kShared = zk::kSharedDllsKey, kEntry = "%SystemRoot%\\System32\\Setup\\Brevant\\Zenkey;",
              kInit = "Win2KCoreInstaller::installerInit()",
              kOverrides = "Software\\Wine\\AppDefaults\\zkrun.exe\\DllOverrides",
-             kOem = "Win2KCoreInstaller::copy_oem(), ", kSys = "Win2KCoreInstaller::copy_sys(), ",
-             kEnum = "Win2KCoreInstaller::enumareFile(), ";
+             kOem = "Win2KCoreInstaller::copy_oem(), ", kSys = "Win2KCoreInstaller::copy_sys(), ";
 
 // A registry value as its type digit and bytes ("" when absent); a REG_MULTI_SZ after "flt0".."flt<numbered-1>".
 string value(const string& path, const string& name) {
@@ -64,15 +62,11 @@ bool infInstalled(const string& name) {
     return !c.empty() && exists(DriverStage::infFolder() + "\\" + c[0].substr(0, c[0].size() - 4) + ".pnf");
 }
 bool oldCatalogThere() { return exists(DriverStage::catalogFolder() + "\\zkextra.cat"); }
-Lines prefixed(const string& prefix, Lines lines) {
-    for (auto& line : lines) line = prefix + line;
-    return lines;
-}
 
 TEST(DriverRegistry, FilterListSearchPathAndServiceKeys) {
-    const string t = "Trace in regUpperFilter(), ", e = "Err in regUpperFilter(), ", d = "DriverFromReg(), ";
     const bool classKey = keyExists(HKLM, kClass), sharedKey = keyExists(HKLM, kShared);
-    const string dp = "SOFTWARE\\Microsoft\\Windows\\CurrentVersion", filtersWere = value(kClass, "UpperFilters"),
+    const string t = "Trace in regUpperFilter(), ", e = "Err in regUpperFilter(), ",
+                 dp = "SOFTWARE\\Microsoft\\Windows\\CurrentVersion", filtersWere = value(kClass, "UpperFilters"),
                  pathWas = value(dp, "DevicePath");
     LogCapture log;
     Lines want;  // a fresh prefix has neither the class key nor SharedDlls: reported, not created
@@ -87,39 +81,32 @@ TEST(DriverRegistry, FilterListSearchPathAndServiceKeys) {
     const string mixed = sz({"zkscflt", "zKSCFLT2", "zKSCFLT", "lastflt"}), at256 = sz({"zKSCFLT"}, 256),
                  beyond = sz({"zKSCFLT"}, 257), one = string("zKSCFLT", 8);
     for (const auto& [before, del, rv, after, line] : Rows<string, DWORD, LONG, string, string>{
-             {mixed, 0, 1, mixed, t + "filter zKSCFLT found in UpperFilters, i=2"},
              {mixed, 1, 0, sz({"zkscflt", "zKSCFLT2", "lastflt"}), t + "delete filter zKSCFLT in UpperFilters, i=2"},
              {sz({"zKSCFLT"}), 1, 0, "", t + "delete UpperFilters, i=0"},
              {"", 0, 2, "", e + "RegQueryValueEx UpperFilters cannot read, rv=0x2"},
              {at256, 0, 1, at256, t + "filter zKSCFLT found in UpperFilters, i=256"},
              {beyond, 1, 0, beyond, e + "error in loop!!!!"},
-             {beyond, 1, 0, beyond, t + "filter zKSCFLT not found in UpperFilters, i=257"},
              {"1" + one, 1, 0, "1" + one, e + "RegQueryValueEx UpperFilters type is not REG_MULTI_SZ"},
              {"7" + one, 1, 0, "7" + one, e + "UpperFilters, size illegal for updating, dwCount=8"}}) {
         setValue(kClass, "UpperFilters", before), want.push_back(line);
         EXPECT_TRUE(zk::regUpperFilter(del) == rv && value(kClass, "UpperFilters") == after) << line;
     }
 
-    // The entry goes in front on every install; a removal cuts one, in whatever form it stands.
-    // No value at all: ERROR_FILE_NOT_FOUND (2).
+    // The entry goes in front on every install; a removal cuts one, in whatever form it stands, and does not
+    // ask. The last two fail: the property cannot be read, and no value at all (ERROR_FILE_NOT_FOUND).
     TestSession session;
     const string v = string("%SystemRoot%\\inf;C:\\Vendor") + '\0', inf = string("%SystemRoot%\\inf") + '\0',
-                 &E = kEntry, c = "C:\\Vendor;", p = "regUpdateDrvSearchInfPath(), ",
-                 skip = "Trace in " + p + "don't update driver search path val=";
-    for (const auto& [prop, install, rv, before, after, line] : Rows<const char*, bool, LONG, string, string, string>{
-             {nullptr, true, 0, E + v, E + E + v, ""},
-             {nullptr, false, 0, E + E + v, E + v, ""},
-             {nullptr, false, 0, v, v, ""},
-             {nullptr, false, 0, c + "C:\\Windows\\System32\\Setup\\Brevant\\Zenkey;" + inf, c + inf, ""},
-             {"0", true, 0, v, v, skip + "0"},
-             {"4294967295", true, 0, v, v, skip + "4294967295"},
-             {"1", true, 0, v, E + v, ""},
-             {"0", false, 0, E + v, v, ""} /* removal does not ask */,
-             {"", true, ERROR_INVALID_HANDLE, v, v, "Err in " + p + "failed read property PROP_UPD_INFPATH"},
-             {nullptr, true, 2, "", "", "Err in updateDrvSearchInfPath(), RegQueryValueEx rv=0x2"}}) {
+                 ev = kEntry + v, eev = kEntry + ev, c = "C:\\Vendor;", ci = c + inf,
+                 x = c + "C:\\Windows\\System32\\Setup\\Brevant\\Zenkey;" + inf;
+    using Path = Rows<const char*, bool, LONG, string, string>;  // property, install?, result, before, after
+    const Path paths = {
+        {nullptr, true, 0, ev, eev}, {nullptr, false, 0, eev, ev}, {nullptr, false, 0, v, v},
+        {nullptr, false, 0, x, ci},  {"0", true, 0, v, v},         {"4294967295", true, 0, v, v},
+        {"1", true, 0, v, ev},       {"0", false, 0, ev, v},       {"", true, ERROR_INVALID_HANDLE, v, v},
+        {nullptr, true, 2, "", ""}};
+    for (const auto& [prop, install, rv, before, after] : paths) {
         setValue(dp, "DevicePath", before.empty() ? "" : "2" + before),
             session.set("PROP_UPD_INFPATH", prop ? prop : "");
-        if (!line.empty()) want.push_back(line);
         EXPECT_TRUE((prop ? zk::regUpdateDrvSearchInfPath(*prop ? session.handle() : 0, install)
                           : zk::updateDrvSearchInfPath(install)) == rv &&
                     value(dp, "DevicePath") == (after.empty() ? "" : "2" + after))
@@ -133,37 +120,30 @@ TEST(DriverRegistry, FilterListSearchPathAndServiceKeys) {
                 zk::DeleteDriverFromReg("zKSCFLT", false) && keyExists(HKLM, kServices + "zKSCFLT") &&
                 zk::DeleteDriverFromReg("zKSCFLT", true) && !keyExists(HKLM, kServices + "zKSCFLT") &&
                 value(kClass, "UpperFilters") == sz({"otherflt", "zKSCFLT"}));
-    want.insert(want.end(), {"Trace in Delete" + d + "driver registry exist: " + kServices + "zkTestDriver",
-                             "Trace in Delete" + d + "filter-driver registry exist after uninstall: " + kClass,
-                             "Err in Delete" + d + "rKey.delValue(\"UpperFilters\") in " + kClass + " failed, rv=0x5",
-                             "Trace in Delete" + d + "driver registry exist: " + kServices + "zKSCFLT"});
+    want.insert(want.end(),
+                {"Err in regUpdateDrvSearchInfPath(), failed read property PROP_UPD_INFPATH",
+                 "Err in updateDrvSearchInfPath(), RegQueryValueEx rv=0x2",
+                 "Trace in DeleteDriverFromReg(), driver registry exist: " + kServices + "zkTestDriver",
+                 "Err in DeleteDriverFromReg(), rKey.delValue(\"UpperFilters\") in " + kClass + " failed, rv=0x5"});
     EXPECT_TRUE(log.hasInOrder(want)) << log.dump();
     setValue(kClass, "UpperFilters", filtersWere), setValue(dp, "DevicePath", pathWas);
-    for (const string& key :
-         {kServices + "zkTestDriver", kServices + "zKSCFLT", classKey ? kServices + "zKSCFLT" : kClass})
-        deleteTree(HKLM, key);
+    if (!classKey) deleteTree(HKLM, kClass);
 }
 
 TEST(Binding, EveryStepThenAlreadyBoundThenReleasedAndBoundAgain) {
     const bool win2k = expectedWinver() == "win2k";  // no SetupUninstallOEMInf there
     LogCapture log;
-    Win2KCoreInstaller w;
+    zk::Win2KCoreInstaller w;
     EXPECT_TRUE((w.m_SetupUninstallOEMInfW == nullptr) == win2k && w.m_CMP_WaitNoPendingInstallEvents &&
                 w.installerInit() == 1);
     w.installerFinal();
     EXPECT_FALSE(w.m_hSCManager || w.m_hNewdev || w.m_hCfgmgr32 || w.m_hSetupapi || w.m_hWinscard || w.m_hWintrust ||
                  w.installerInit() != 1);
-    Lines want = prefixed(
-        "Trace in " + kInit + ", ",
-        {"load <newdev.dll> ok.", "GetProcAddress  UpdateDriverForPlugAndPlayDevicesA ok.", "load <cfgmgr32.dll> ok.",
-         "load <setupapi.dll> ok.", "GetProcAddress  SetupCopyOEMInfA ok.",
-         "GetProcAddress  CMP_WaitNoPendingInstallEvents ok.", "GetProcAddress  InstallHinfSection ok.",
-         "no exist SetupUninstallOEMInf in Win2000 , Platform=4", "GetProcAddress  SetupUninstallOEMInf ok.",
-         "load winscard.dll ok.", "GetProcAddress  SCardEstablishContextA ok.", "GetProcAddress  SCardListReadersA ok.",
-         "GetProcAddress  m_SCardReleaseContext ok.", "wintrust.dll loaded!", "All Catalog methods operational!"});
-    want.insert(want.end(), {kInit + ": exit  bInitOK:1", kInit + ": exit , already initialize.", want[0]});
-    if (!win2k) want.erase(want.begin() + 7);
-    EXPECT_TRUE(log.hasInOrder(want)) << log.dump();
+    const string t = "Trace in " + kInit + ", ", first = t + "load <newdev.dll> ok.";
+    EXPECT_TRUE(log.hasInOrder({first, t + "All Catalog methods operational!", kInit + ": exit  bInitOK:1",
+                                kInit + ": exit , already initialize.", first}) &&
+                log.has(t + "no exist SetupUninstallOEMInf in Win2000 , Platform=4") == win2k)
+        << log.dump();
 }
 
 // One system library disabled at a time for runner processes (Wine's per-program DLL overrides): the step
@@ -175,19 +155,17 @@ TEST(Binding, AMissingLibraryStopsTheChain) {
              {"winscard", ok + "GetProcAddress  SetupUninstallOEMInf ok.", ok + "load winscard.dll ok."},
              {"cfgmgr32", err + "Failed to load <cfgmgr32.dll> , err(0x126).", ok + "load <setupapi.dll> ok."},
              {"wintrust", ok + "GetProcAddress  m_SCardReleaseContext ok.", ok + "wintrust.dll loaded!"}}) {
-        const bool optional = dll == "wintrust";
+        const bool optional = dll == "wintrust", newdev = dll == "newdev";
         writeString(HKEY_CURRENT_USER, kOverrides, dll, "");
-        LogCapture log;
-        // CoreInstall answers a missing device library with ERROR_MOD_NOT_FOUND.
-        const string out =
-            runRunner(dll == "newdev" ? "CoreInstall 0 0 3 0 out 0 0 null" : "CoreInstallReaders 0").output;
+        LogCapture log;  // CoreInstall answers a missing device library with ERROR_MOD_NOT_FOUND
+        const string out = runRunner(newdev ? "CoreInstall 0 0 3 0 out 0 0 null" : "CoreInstallReaders 0").output;
         EXPECT_TRUE(
             log.hasInOrder({failed,
                             optional ? err + "Cannot find wintrust.dll" : ok + "All Catalog methods operational!",
                             kInit + ": exit  bInitOK:" + (optional ? "1" : "0")}) &&
-            !log.has(next) && (dll != "newdev" || out.find("result=126 (0x7e)") != string::npos) &&
-            (log.contains(err + "bInitOK == FALSE, err(0x") &&
-             log.contains("coreThrow: Win2KCoreInstaller::Win2KCoreInstaller, installerInit failed., 0x")) == !optional)
+            !log.has(next) && (!newdev || out.find("result=126 (0x7e)") != string::npos) &&
+            log.contains(err + "bInitOK == FALSE, err(0x") == !optional &&
+            log.contains("coreThrow: Win2KCoreInstaller::Win2KCoreInstaller, installerInit failed., 0x") == !optional)
             << dll << out << log.dump();
         deleteTree(HKEY_CURRENT_USER, kOverrides);
     }
@@ -198,13 +176,8 @@ TEST(Binding, AMissingLibraryStopsTheChain) {
 // and each file whose absence stops copy_oem: what came before stays done, nothing after happens.
 TEST(Staging, CopySysVersionsCatalogsAndCopyOemFailures) {
     DriverStage stage;
-    Win2KCoreInstaller inst;
-    const string logged = zk::systemDirectory() + "\\Drivers\\zKSCFLT.sys",
-                 file = source("zKSCFLT.sys");  // as the code spells the folder
-    Lines want = {
-        "Warn in " + kSys + "assumed, There is no file <" + logged + "> exist - 1st setup on clean system, err=0x2",
-        "Trace in " + kSys + " NewSys: " + file + " ver: 2.5 build: 100",
-        "Trace in " + kSys + " OldSys: " + logged + " ver: 0.0 build: 0"};
+    zk::Win2KCoreInstaller inst;
+    const string file = source("zKSCFLT.sys");
     LogCapture log;
     const Rows<string, string, bool> copies = {{"package", "", true},           {"package", "2.5.99.7", true},
                                                {"2.6.0.0", "package", true},    {"package", "2.5.100.9", false},
@@ -214,27 +187,25 @@ TEST(Staging, CopySysVersionsCatalogsAndCopyOemFailures) {
         installed.empty() ? void() : stage.placeTarget("zKSCFLT.sys", installed + "\\zKSCFLT.sys");
         inst.copy_sys("zKSCFLT.sys");
         EXPECT_TRUE(installedIs("zKSCFLT.sys", copied ? staged : installed)) << staged << " over " << installed;
-        want.push_back("Trace in " + kSys +
-                       (copied ? "CopyFile " + file + " OK"
-                               : "CopyFile no required because file version is the same, file=" + file));
     }
     // The install road proves which catalogs; a file nothing lists, and a missing one, give none.
     stage.placeCatalog("zkextra.cat", "extra\\zkextra.cat"), stage.placeCatalog("zKSCFLT.cat", "package\\zKSCFLT.cat");
     Lines found, none;
     // (Wine answers the size query even for the invalid handle of the missing file.)
-    EXPECT_TRUE(inst.enumareFile(file, found) == 1 && found.size() == 2 &&
-                inst.enumareFile(source("bvsifdh.sys"), none) + inst.enumareFile(source("absent.sys"), none) == 0 &&
-                none.empty());
+    const int listed = inst.enumareFile(file, found),
+              unlisted = inst.enumareFile(source("bvsifdh.sys"), none) + inst.enumareFile(source("absent.sys"), none);
     stage.removeSource("zKSCFLT.sys"), spoil("bvsifdh.sys");
     DWORD version[3] = {9, 9, 9};  // not a driver image: no version, and the outputs zeroed
     ASSERT_TRUE(CreateDirectoryA(target("bvsup.sys").c_str(), nullptr));  // in the way: no file can be written there
     for (const char* name : {"bvsifdh.sys", "zKSCFLT.sys", "bvsup.sys"}) inst.copy_sys(name);
-    want.insert(want.end(), {"Trace in " + kEnum + "Added cat file element(1)=" + found.back(),
-                             "Err in " + kEnum + "CryptCATAdminCalcHashFromFileHandle: Calculate failed! size=20",
-                             "Err in " + kSys + "getFileVersion() on " + source("bvsifdh.sys") + " failed, err=0x714",
-                             "Err in " + kSys + "getFileVersion() on " + file + " failed, err=0x2",
-                             "Err in " + kSys + "CopyFile, file=" + source("bvsup.sys") + " failed 0x5"});
-    EXPECT_TRUE(log.hasInOrder(want) && !exists(target("bvsifdh.sys")) &&
+    const Lines want = {
+        "Trace in " + kSys + " OldSys: " + zk::systemDirectory() + "\\Drivers\\zKSCFLT.sys ver: 0.0 build: 0",
+        "Err in Win2KCoreInstaller::enumareFile(), CryptCATAdminCalcHashFromFileHandle: Calculate failed! size=20",
+        "Err in " + kSys + "getFileVersion() on " + source("bvsifdh.sys") + " failed, err=0x714",
+        "Err in " + kSys + "getFileVersion() on " + file + " failed, err=0x2",
+        "Err in " + kSys + "CopyFile, file=" + source("bvsup.sys") + " failed 0x5"};
+    EXPECT_TRUE(listed == 1 && found.size() == 2 && unlisted == 0 && none.empty() && log.hasInOrder(want) &&
+                !exists(target("bvsifdh.sys")) &&
                 !zk::getFileVersion(source("bvsifdh.sys"), version[0], version[1], version[2]) &&
                 !(version[0] | version[1] | version[2]))
         << log.dump();
@@ -263,13 +234,13 @@ TEST(Staging, CopySysVersionsCatalogsAndCopyOemFailures) {
 // winscard stand-in, the stand-in SCardSvr running, and no reader device before or after a test.
 struct InstallRoad : ::testing::Test {
     DriverStage stage;
-    Win2KCoreInstaller inst;
+    zk::Win2KCoreInstaller inst;
     Scenario rm;  // the resource manager's readers; SCardSvr below
     std::optional<ScardSvrService> service{std::in_place};
     InstallRoad() { service->start(); }
+    UINT removed = 0;
     ~InstallRoad() override {
-        UINT n = 0;
-        for (const char* id : {"*BVS0001", "*bvs0009"}) inst.removePNPDevice(id, 0, n);
+        for (const char* id : {"*BVS0001", "*bvs0009"}) inst.removePNPDevice(id, 0, removed);
     }
 };
 // Reader devices times 100 plus fake-reader devices.
@@ -293,8 +264,7 @@ TEST_F(InstallRoad, ReaderCountFakeReaderAndFilterReconciledWithTheResourceManag
     int row = 0;
     for (const auto& [data, asked, fakeArg, ifdh, extra, devs, line] :
          Rows<const char*, UINT, UINT, int, const char*, size_t, const char*>{
-             {nullptr, 0, 0x80, 0, nullptr, 200,
-              "CustomActionData [READER_COUNT] property  failed, used default << 0x2"},
+             {nullptr, 0, 0x80, 0, nullptr, 200, "[READER_COUNT] property  failed, used default << 0x2"},
              {nullptr, 32, 0x81, 0, nullptr, 201, "removePNPDevice(bvs_device) nRemoved=2"},
              {nullptr, 31, 1, 30, "BVS VR 0", 301, "readers now (30) is less then readers required so add 1 readers"},
              {"40", 5, 1, 39, "BVS VR 0", 401, "CustomActionData [READER_COUNT]=0x28"},
@@ -319,21 +289,9 @@ TEST_F(InstallRoad, ReaderCountFakeReaderAndFilterReconciledWithTheResourceManag
     for (const auto& id : devicesWithId("*BVS0001")) EXPECT_EQ(deviceProperty(id, SPDRP_SERVICE), "bvsifdh");
     EXPECT_TRUE(value(kClass, "UpperFilters") == sz({"otherflt", "zKSCFLT"}) && installedIs("zKSCFLT.sys", "package") &&
                 installedIs("bvsifdh.sys", "package") && !oldCatalogThere() &&
-                readDword(HKLM, kServices + "zKSCFLT", "Start") == 4u &&
-                readString(HKLM, kServices + "zKSCFLT", "Group") == "PnP Filter" &&
-                readDword(HKLM, kFlagKey, "Reboot") == 1u && !exists(zk::zkPassIniPath()));
-    const string o = "Trace in " + kOem;
-    EXPECT_TRUE(all.hasInOrder(
-        {o + " FilterDriver: not used because D_USE_MINIMAL_HW_ONLY",
-         o + "InstallHinfSection, install filter driver zKSCFLT done.",
-         "Trace in " + kEnum + "Added cat file element(0)=" + DriverStage::catalogFolder() + "\\zkextra.cat",
-         o + "Delete filter driver from admin catalog repository, nCatFiles=1",
-         o + "\tCryptCATAdminRemoveCatalog: filter cleaned from admin catalog repository i=0 element=zkextra.cat",
-         o + "CryptCATAdminAcquireContext: OK. Adding catalog - " + source("zKSCFLT.cat"),
-         // Wine wants a base name; Windows picks one
-         "Err in " + kOem + "CryptCATAdminAddCatalog FAILED, err=87", o + "SetupCopyOEMInf bvsIfdhPath done.",
-         o + "SetupCopyOEMInf bvsUpPath done.", o + "filter-driver registry exist: " + kServices + "zKSCFLT",
-         o + "filter-driver registry exist: " + kClass}))
+                readDword(HKLM, kServices + "zKSCFLT", "Start") == 4u && readDword(HKLM, kFlagKey, "Reboot") == 1u &&
+                // Wine wants a base name for the catalog; Windows picks one.
+                !exists(zk::zkPassIniPath()) && all.has("Err in " + kOem + "CryptCATAdminAddCatalog FAILED, err=87"))
         << all.dump();
     deleteValue(HKLM, kClass, "UpperFilters");
 }
@@ -342,14 +300,12 @@ TEST_F(InstallRoad, ReaderCountFakeReaderAndFilterReconciledWithTheResourceManag
 // unless an elevated earlier action recorded "AdminPriv" = 1. The 4.50 upgrade resets the INFs' shared counts.
 TEST_F(InstallRoad, FakeReaderRuleFlagsAndUpgradeAdjustments) {
     const bool vista = expectedWinver() != "winxp";
-    const string ifdh = DriverStage::setupFolder() + "\\bvsifdh.inf", mw = "Software\\Brevant\\Zenkey\\MIDDLEWARE",
-                 sr = "Trace in setRefCount(), ";
+    const string ifdh = DriverStage::setupFolder() + "\\bvsifdh.inf", mw = "Software\\Brevant\\Zenkey\\MIDDLEWARE";
     stage.placeCatalog("zkextra.cat", "extra\\zkextra.cat");
     for (const char* name : {"Rollback", "UpgradeExecuting", "AdminPriv"}) writeDword(HKLM, kFlagKey, name, 1);
     LogCapture log;
     for (UINT upgrade : {450u, 0u}) {
-        writeDword(HKLM, kShared, ifdh, 4), writeDword(HKLM, kShared, source("zKSCFLT.inf"), 1),
-            writeString(HKLM, mw + "\\CertStore", "PropagateCACertificates", "1");
+        writeDword(HKLM, kShared, ifdh, 4), writeString(HKLM, mw + "\\CertStore", "PropagateCACertificates", "1");
         // The first run consumed "AdminPriv".
         EXPECT_TRUE(install(0, 2, 0, upgrade ? "2" : "", upgrade) == 0u && devices() == 200u + (vista && !upgrade) &&
                     readDword(HKLM, kShared, ifdh) == (upgrade ? 1u : 4u) &&
@@ -358,47 +314,37 @@ TEST_F(InstallRoad, FakeReaderRuleFlagsAndUpgradeAdjustments) {
             << upgrade;
     }
     const auto flag = [](const char* name) { return readDword(HKLM, kFlagKey, name).value_or(9); };
-    EXPECT_TRUE(log.hasInOrder({sr + "refcount doesn't exist, value=1, rv=0", sr + " oldvalue=4",
-                                sr + "refcount doesn't exist, value=0, rv=2"}) &&
-                oldCatalogThere() != vista &&
+    EXPECT_TRUE(oldCatalogThere() != vista &&
                 log.has("Trace in " + kOem + "Adding filter to admin catalog repository") == vista &&
                 flag("AdminPriv") == (vista ? 9 : 1) && flag("UpgradeExecuting") == 9 && flag("Rollback") == 0 &&
                 flag("UninstRegClean") == 1)
         << log.dump();
     EXPECT_TRUE(install(0, 2, 1, "0") == 0u && flag("UninstRegClean") == 0u);
-    deleteTree(HKLM, mw), deleteValue(HKLM, kShared, ifdh), deleteValue(HKLM, kShared, source("zKSCFLT.inf"));
+    deleteTree(HKLM, mw), deleteValue(HKLM, kShared, ifdh);
 }
 
-// The driver key's InfPath, DriverVersion, DriverDate and DriverDateData ("" = absent); with `desc`,
+// The driver key's InfPath, DriverVersion, DriverDate and DriverDateData as value() gives them; with `set`,
 // maker, description and values are written first (Wine writes neither maker nor version and date).
-Lines driverValues(const string& id, const char* maker = nullptr, const char* desc = nullptr, const Lines& v = {}) {
+Lines driverValues(const string& id, const Lines& set = {}, const char* desc = "Brevant IFD Handler",
+                   const char* maker = "Brevant Secure Systems Ltd.") {
     const string key = "SYSTEM\\CurrentControlSet\\Control\\Class\\" + deviceProperty(id, SPDRP_DRIVER),
                  device = "SYSTEM\\CurrentControlSet\\Enum\\" + id;
-    if (desc) writeString(HKLM, device, "Mfg", maker), writeString(HKLM, device, "DeviceDesc", desc);
+    if (!set.empty()) writeString(HKLM, device, "Mfg", maker), writeString(HKLM, device, "DeviceDesc", desc);
     Lines now;
-    for (const char* name : {"InfPath", "DriverVersion", "DriverDate", "DriverDateData"}) {
-        const bool bin = now.size() == 3;  // the date data is binary
-        if (desc)
-            setValue(key, name, v[now.size()].empty() ? "" : (bin ? "3" : "1") + v[now.size()] + string(!bin, '\0'));
-        const string got = value(key, name);
-        now.push_back(got.empty() ? "" : bin ? got.substr(1) : string(got.c_str() + 1));
-    }
+    for (const char* name : {"InfPath", "DriverVersion", "DriverDate", "DriverDateData"})
+        set.empty() ? void() : setValue(key, name, set[now.size()]), now.push_back(value(key, name));
     return now;
 }
-
-template <DWORD error>
-BOOL WINAPI failWith(HWND, LPCSTR, LPCSTR, DWORD, PBOOL) {
-    return SetLastError(error), FALSE;
-}
+string z(const string& text) { return "1" + text + '\0'; }  // a REG_SZ as value() gives it
 
 // Failures leave no device behind; the reader-count actions add and remove readers; older reader
 // devices of the maker take the current driver's values.
 TEST_F(InstallRoad, FailuresReaderCountActionsAndDriverUpgrade) {
     LogCapture log;
-    for (auto update : {failWith<2>, failWith<5>}) {
-        inst.m_UpdateDriverForPlugAndPlayDevicesA = update;
-        EXPECT_THROW(inst.pnpCreateDevice("*BVS0001\0", 10), BVS::Exception);
-    }
+    inst.m_UpdateDriverForPlugAndPlayDevicesA = [](HWND, LPCSTR, LPCSTR, DWORD, PBOOL) { return SetLastError(2), 0; };
+    EXPECT_THROW(inst.pnpCreateDevice("*BVS0001\0", 10), BVS::Exception);
+    inst.m_UpdateDriverForPlugAndPlayDevicesA = [](HWND, LPCSTR, LPCSTR, DWORD, PBOOL) { return SetLastError(5), 0; };
+    EXPECT_THROW(inst.pnpCreateDevice("*BVS0001\0", 10), BVS::Exception);
     stage.removeSource("bvsifdh.inf");
     EXPECT_TRUE(install(0, 2, 0) == 2u && CoreRepair(0, 0) == 0u && devicesWithId("*BVS0001").empty());
     const string failed =
@@ -411,33 +357,25 @@ TEST_F(InstallRoad, FailuresReaderCountActionsAndDriverUpgrade) {
 
     stage.replaceSource("bvsifdh.inf", "package\\bvsifdh.inf"), inst.installerFinal(), inst.installerInit(),
         inst.pnpCreateDevice("*bvs0009\0", 10);
-    EXPECT_TRUE(CoreInstallReadersEx("") + CoreInstallReadersEx("abc") + CoreInstallReadersEx("3") +
-                        CoreInstallReaders(1) + CoreRemoveReaders(1) ==
-                    0u &&
-                devices() == 301u && CoreRemoveReadersEx("0") == 0u && devices() == 1u &&
+    const UINT added = CoreInstallReadersEx("") + CoreInstallReadersEx("abc") + CoreInstallReadersEx("3");
+    EXPECT_TRUE(added + CoreInstallReaders(1) + CoreRemoveReaders(1) == 0u && devices() == 301u &&
+                CoreRemoveReadersEx("0") == 0u && devices() == 1u &&
                 log.count("Win2KCoreInstaller::core_add_readers(): entry <time>   add=0 rebootMode=0") == 2);
 
     TestDevices made;
-    const string older = made.addReader("*bvs0009"), same = made.addReader("*bvs0009"),
-                 noDate = made.addReader("*bvs0009"), other = made.addReader("*bvs0009");
-    const char *maker = "Brevant Secure Systems Ltd.", *ifd = "Brevant IFD Handler";
-    const Lines old = {"old.inf", "1.0.0.1", "1-1-2000", "OLDDATE!"},
-                ref = {"oem7.inf", "2.5.100.7", "11-1-2026", "NEWDATE!"};
-    driverValues(older, maker, ifd, old),
-        driverValues(same, maker, ifd, {"oem7.inf", "1.0.0.1", "1-1-2000", "OLDDATE!"});
-    driverValues(noDate, maker, ifd, {"old.inf", "1.0.0.1", "", "OLDDATE!"}), driverValues(other, "Acme", ifd, old);
-    EXPECT_TRUE(inst.UpgradeBrevantEnumDevices() &&
-                driverValues(older) == old);  // no reference device: nothing written
-    inst.pnpCreateDevice("*BVS0001\0", 10);
-    driverValues(devicesWithId("*BVS0001").at(0), maker, "Brevant VR Handler", ref);
-    LogCapture upgraded;
-    EXPECT_TRUE(inst.UpgradeBrevantEnumDevices() && driverValues(older) == ref && driverValues(same) == ref &&
-                driverValues(other) == old && driverValues(noDate) == Lines({"oem7.inf", "2.5.100.7", "", "OLDDATE!"}));
-    EXPECT_EQ(upgraded.count("Trace in Win2KCoreInstaller::UpgradeBrevantEnumDevices(), Updated InfPath=oem7.inf"), 2);
-    for (const char* text : {"\tUpgrade [3] devices...", "method RegQueryValueEx(DriverDate): Failed",
-                             "update from version/date/infPath=1.0.0.1/1-1-2000/old.inf to "
-                             "version/date/infPath=2.5.100.7/11-1-2026/oem7.inf"})
-        EXPECT_TRUE(log.contains(text)) << text << log.dump();
+    const string older = made.addReader("*bvs0009"), noDate = made.addReader("*bvs0009"),
+                 other = made.addReader("*bvs0009");
+    const Lines old = {z("old.inf"), z("1.0.0.1"), z("1-1-2000"), "3OLDDATE!"},
+                ref = {z("oem7.inf"), z("2.5.100.7"), z("11-1-2026"), "3NEWDATE!"};
+    driverValues(older, old), driverValues(noDate, {z("old.inf"), z("1.0.0.1"), "", "3OLDDATE!"}),
+        driverValues(other, old, "Brevant IFD Handler", "Acme");
+    // No reference device: nothing written.
+    EXPECT_TRUE(inst.UpgradeBrevantEnumDevices() && driverValues(older) == old);
+    inst.pnpCreateDevice("*BVS0001\0", 10), driverValues(devicesWithId("*BVS0001").at(0), ref, "Brevant VR Handler");
+    EXPECT_TRUE(inst.UpgradeBrevantEnumDevices() && driverValues(older) == ref && driverValues(other) == old &&
+                driverValues(noDate) == Lines({z("oem7.inf"), z("2.5.100.7"), "", "3OLDDATE!"}) &&
+                log.contains("method RegQueryValueEx(DriverDate): Failed"))
+        << log.dump();
 }
 
 // Refused on NT 4 (without newdev.dll, see the binding, the installer object cannot be built).
@@ -446,17 +384,15 @@ TEST(InstallRefused, OnNt4) { EXPECT_EQ(CoreInstall(0, 0, 3, 0, nullptr, 0, 0, n
 // The restart request, and the resource-manager check from XP on.
 TEST(CheckActions, RebootFlagOneOrTwoRestartsAtTheEndAndTheRMCheckRunsFromXpOn) {
     LogCapture log;
-    Lines want;
     for (DWORD flag : {0, 1, 2, 3}) {  // MSIRUNMODE_REBOOTATEND is 6
-        writeDword(HKLM, kFlagKey, "Reboot", flag),
-            want.push_back("Trace in CoreCheckReboot, Running as Admin user, rebootMode=" + std::to_string(flag));
+        writeDword(HKLM, kFlagKey, "Reboot", flag);
         TestSession session;
         EXPECT_TRUE(CoreCheckReboot(session.handle()) == 0u && !readDword(HKLM, kFlagKey, "Reboot") &&
                     MsiApi::get().GetMode(session.handle(), 6) == (flag == 1 || flag == 2));
     }
     TestSession session;
     const bool win2k = expectedWinver() == "win2k";
-    EXPECT_TRUE(CoreCheckRMbehave(session.handle()) == 0u && log.hasInOrder(want) &&
+    EXPECT_TRUE(CoreCheckRMbehave(session.handle()) == 0u &&
                 log.has("Trace in CoreCheckRMbehave, Platform less then PL_WINNTXP - No Checking ...") == win2k &&
                 log.contains("Win2KCoreInstaller::check_RM_behave(): entry") != win2k)
         << log.dump();
