@@ -7,6 +7,10 @@
 # clone's CTest stops at the first failing program: a fault counts as caught
 # either way, and a caught one costs less. src/ must be the same in every
 # revision compared, so that the same seeds give the same mutants.
+#   ONLY=killed|survived FROM=DIR scripts/mutation.sh REV OUT SEED...
+# runs only the mutants that an earlier measurement (DIR/<seed>.json) found
+# killed, or survived: the killed ones first tell whether a revision still
+# catches what another caught, at a fraction of the time.
 set -euo pipefail
 rev=$1 out=$(realpath -m "$2"); shift 2
 repo=$(cd "$(dirname "$0")/.." && pwd)
@@ -26,7 +30,18 @@ first=1
 for seed in "$@"; do
   if [ -f "$out/$seed.json" ] && grep -q '"interrupted": false' "$out/$seed.json"; then continue; fi
   baseline=$([ $first = 1 ] && echo "" || echo --no-baseline)
-  python3 "$mutate" --repo "$out/tree" --seed "$seed" --count 10 --timeout 600 --out "$out/$seed.json" $baseline \
+  tool=("$mutate")
+  if [ -n "${ONLY:-}" ]; then
+    ids=$(python3 -c 'import json, sys
+d = json.load(open(sys.argv[1]))
+print(",".join(str(m["id"]) for m in d["mutants"]
+               if m["outcome"] != "stillborn" and (m["outcome"] == "survived") == (sys.argv[2] == "survived")))' \
+      "$FROM/$seed.json" "$ONLY")
+    [ -n "$ids" ] || continue
+    export ZK_MUTANT_IDS=$ids ZK_MUTATE_DIR=$(dirname "$mutate")
+    tool=("$repo/scripts/mutate-some.py")
+  fi
+  python3 "${tool[@]}" --repo "$out/tree" --seed "$seed" --count 10 --timeout 600 --out "$out/$seed.json" $baseline \
     | tail -1
   first=0
 done
