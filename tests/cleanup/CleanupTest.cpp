@@ -218,6 +218,7 @@ TEST(Uninstall, WhatAnInstallationLeftGoesAnotherVendorsThingsStay) {
     DriverStage stage;
     TestServices others;
     TestDevices devices;
+    MessageBoxWatch watch(IDOK);  // the restart question
     const std::string decoy = devices.addReader("*OTH0001"), inf = DriverStage::infFolder() + "\\oem95.inf",
                       m = kZenkey + "\\", u = "S-1-5-21-0-0-0-1000\\" + m,
                       pid42 = "SYSTEM\\CurrentControlSet\\Enum\\USB\\VID_7A3C&PID_0042\\";
@@ -226,9 +227,7 @@ TEST(Uninstall, WhatAnInstallationLeftGoesAnotherVendorsThingsStay) {
     writeFile(inf, "[Version]\r\nCatalogFile = xbvsup.cat\r\n");
     writeDword(HKLM, "Software\\Brevant\\Other", "v", 1), writeDword(HKLM, kZenkey, "x", 7);
     UINT slot = 0;
-    ASSERT_EQ(CoreInstall(0, 5, 3, 1, &slot, 0, 0, nullptr), 0u);
-    ASSERT_EQ(DriverStage::productOnMachine(),
-              "readers=3 fake=1 infs=2 services=bvsifdh,zKSCFLT, filters=OtherFlt,zKSCFLT sys=3 staged=9");
+    ASSERT_TRUE(CoreInstall(0, 5, 3, 1, &slot, 0, 0, nullptr) == 0 && devicesWithId("*BVS0001").size() == 3);
     devices.addReader("*bvs0009");
     for (const char* key : {"BVS VR 0\\Deep", "BVS ifdh 0", "Acme 0"}) writeString(HKLM, kCalais + key, "x", "");
     const std::string tokens[] = {devices.addUsb("VID_7A3C&PID_0001", "ZK0001", kMaker),
@@ -245,93 +244,80 @@ TEST(Uninstall, WhatAnInstallationLeftGoesAnotherVendorsThingsStay) {
                                  "zKCertStore", "zKProperties", "zKFormat"};
     for (const std::string& key : trees)
         writeDword(HKLM, m + key + "\\Deep", "v", 1), writeDword(HKEY_USERS, u + key, "v", 1);
-    // Ours, then the tokens, the resource manager's reader keys and the stale instance key kept (1).
+    // Ours; kept (1): the tokens, the resource manager's reader keys, the stale instance key, the decoys.
     const auto state = [&](UINT result) {
         std::string s = std::to_string(result) + " " + DriverStage::productOnMachine() + " ";
         for (const std::string& token : tokens) s += deviceExists(token) ? '1' : '0';
         for (const char* key : {"BVS VR 0", "BVS ifdh 0", "Acme 0"}) s += keyExists(HKLM, kCalais + key) ? '1' : '0';
-        return s + (keyExists(HKLM, pid42 + "ZKOWN") ? "1\n" : "0\n");
+        for (bool kept : {keyExists(HKLM, pid42 + "ZKOWN"), deviceExists(decoy), exists(inf),
+                          bool(others.open("OtherVendorSvc", SERVICE_QUERY_STATUS)),
+                          keyExists(HKLM, "Software\\Brevant\\Other"), readDword(HKLM, kZenkey, "x") == 7u})
+            s += kept ? '1' : '0';
+        return s + " boxes=" + std::to_string(watch.count()) + watch.caption() + "\n";
     };
 
     LogCapture log;
     writeDword(HKLM, kTokenClass, "v", 1);
     std::string steps = state(CoreUninstall(1, 1));
     deleteTree(HKLM, kTokenClass);
-    steps += state(CoreUninstall(1, 1)), steps += state(CoreUninstall(1, 0) + CoreRegCleanup(0));
+    // A driver file held open stays (on XP the restart question comes at UI level 0 only), a read-only one goes.
+    const std::string dir = DriverStage::driversFolder() + "\\";
+    SetFileAttributesA((dir + "bvsup.sys").c_str(), FILE_ATTRIBUTE_READONLY);
+    FileHandle held(CreateFileA((dir + "zKSCFLT.sys").c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
+    steps += state(CoreUninstall(1, 1));
+    for (const char* name : {"BVSIFDH", "BVSUP"}) writeString(HKLM, kServices + name, "ImagePath", "x");
+    steps += state(CoreUninstall(0, 0) + CoreRegCleanup(0));
+    // Called directly: refused on Vista; on XP, without the installer flag, the services' keys go too.
+    steps += state(CoreForcedClearanceUninstall(1, 0)) + "left:";
+    for (const std::string& key : trees)  // M: machine, U: user
+        steps += (keyExists(HKLM, m + key) ? " M" : "") + std::string(keyExists(HKEY_USERS, u + key) ? " U" : "");
     const bool vista = getPlatform() == PL_WINVISTA;  // on XP the forced clearance takes keys without a service too
-    if (vista) CoreForcedClearanceUninstall(0, 1);    // called directly it only refuses
-    const std::string none = "0 readers=0 fake=0 infs=0 services= filters=OtherFlt sys=0 staged=0 001";
-    EXPECT_EQ(
-        steps,
-        "0 readers=0 fake=2 infs=2 services=bvsifdh,zKSCFLT, filters=OtherFlt,zKSCFLT sys=3 staged=9 11111111\n" +
-            (vista ? "0 readers=0 fake=2 infs=1 services=zKSCFLT, filters=OtherFlt,zKSCFLT sys=0 staged=0 00110011\n" +
-                         none + "10011\n"
-                   : none + "00010\n" + none + "00010\n"));
-    // The decoys kept, the product trees left (M: machine, U: user).
-    std::string kept = (deviceExists(decoy) ? "device" : "") +
-                       std::string(others.open("OtherVendorSvc", SERVICE_QUERY_STATUS) ? " service" : "") +
-                       (exists(inf) ? " inf" : "") + (keyExists(HKLM, "Software\\Brevant\\Other") ? " key" : "") +
-                       (readDword(HKLM, kZenkey, "x") == 7u ? " value" : "") + " | left:";
-    for (const std::string& key : trees)
-        kept += (keyExists(HKLM, m + key) ? " M" : "") + std::string(keyExists(HKEY_USERS, u + key) ? " U" : "");
-    EXPECT_EQ(kept, "device service inf key value | left: M");
-    EXPECT_TRUE(log.hasInOrder({"Err in Win2KCoreInstaller::core_uninstall(), OldVersionExists",
-                                "Error - EXCEPTION - coreThrow: OldVersionExists, 0x1",
+    const std::string keys = "0 readers=0 fake=0 infs=0 services=bvsifdh,bvsup, filters=OtherFlt sys=1 staged=0 001",
+                      none = "0 readers=0 fake=0 infs=0 services= filters=OtherFlt sys=1 staged=0 001";
+    EXPECT_EQ(steps,
+              "0 readers=0 fake=2 infs=2 services=bvsifdh,zKSCFLT, filters=OtherFlt,zKSCFLT sys=3 staged=9 "
+              "1111111111111 boxes=0\n" +
+                  (vista ? "0 readers=0 fake=2 infs=1 services=zKSCFLT, filters=OtherFlt,zKSCFLT sys=1 staged=0 "
+                           "0011001111111 boxes=0\n" +
+                               keys + "1001111111 boxes=0\n" + keys + "1001111111 boxes=0\n"
+                         : none + "0001011111 boxes=0\n" + keys + "0001011111 boxes=1Uninstall reboot\n" + none +
+                               "0001011111 boxes=1Uninstall reboot\n") +
+                  "left: M");
+    EXPECT_TRUE(log.hasInOrder({"Error - EXCEPTION - coreThrow: OldVersionExists, 0x1",
                                 "Err in Win2KCoreInstaller::core_uninstall(), CANNOT FIND BVSIFDH OEM INF! "}) &&
-                !log.has("Cannot delete file") &&
                 log.has("Trace in Win2KCoreInstaller::cleanOldVidPids(),    !!! Delete Unrecognized Zenkey !!!") !=
                     vista &&
+                log.contains(" bDoneReboot=0") != vista && log.contains("drivers\\zKSCFLT.sys, err=0x20") &&
+                log.has("Warn in Win2KCoreInstaller::core_force_clearance_uninstall(), driver file left until restart: "
+                        "zKSCFLT.sys") != vista &&
                 log.has("Err in CoreForcedClearanceUninstall, Platform doesn't support forced cleanup:6") == vista)
         << log.dump();
     DeleteFileA(inf.c_str()), deleteValue(HKLM, kReaderClassKey, "UpperFilters");
-    for (const std::string& key : {pid42, kCalais + "Acme 0", std::string("Software\\Brevant")}) deleteTree(HKLM, key);
+    for (const std::string& key :
+         {pid42, kCalais + "Acme 0", kServices + "BVSIFDH", kServices + "BVSUP", std::string("Software\\Brevant")})
+        deleteTree(HKLM, key);
     deleteTree(HKEY_USERS, "S-1-5-21-0-0-0-1000\\Software\\Brevant");
 }
 
 // The answer and UninstRegClean decide the clean-up ("N" in the line: kept), UninstallMsg the restart text.
 TEST(UninstallOnce, CheckUninstallAsksThenCleansUp) {
-    const auto check = [](std::optional<DWORD> regClean, int answer, bool uninstallMsg, const std::string& line) {
+    for (const auto& [regClean, answer, line] :
+         {std::tuple{1, IDYES, "YES , bQuest=1"}, {0, IDYES, "NO - "}, {-1, IDNO, "YES , bQuest=4294967295"}}) {
         writeDword(HKLM, kZenkey + "\\Cache", "v", 1);
-        if (regClean) writeDword(HKLM, kFlagKey, "UninstRegClean", *regClean);
-        if (uninstallMsg) writeDword(HKLM, kFlagKey, "UninstallMsg", 1);
+        if (regClean >= 0) writeDword(HKLM, kFlagKey, "UninstRegClean", regClean);
+        if (regClean == 1) writeDword(HKLM, kFlagKey, "UninstallMsg", 1);
         TestSession session(TestSession::Ui::Scripted, answer);
         LogCapture log;
         EXPECT_TRUE(CoreCheckUninstall(session.handle()) == 0 &&
-                    log.has("Trace in CoreCheckUninstall, UNINST: USER CHOOSE " + line) &&
+                    log.has("Trace in CoreCheckUninstall, UNINST: USER CHOOSE " + std::string(line)) &&
                     keyExists(HKLM, kZenkey + "\\Cache") == (line[0] == 'N') &&
-                    TestSession::messageCount() == (uninstallMsg ? 2 : 1) &&
+                    TestSession::messageCount() == 1 + (regClean == 1) &&
                     TestSession::lastMessage() + std::to_string(TestSession::lastType() & 0xFFFFFu) ==
-                        (uninstallMsg ? "You must restart the computer to complete the uninstall procedure.262192"
-                                      : "Do you want to save configurations?262196"))
+                        (regClean == 1 ? "You must restart the computer to complete the uninstall procedure.262192"
+                                       : "Do you want to save configurations?262196"))
             << TestSession::lastMessage() << log.dump();
         deleteTree(HKLM, "Software\\Brevant");
-    };
-    check(1, IDYES, true, "YES , bQuest=1"), check(0, IDYES, false, "NO - ");
-    check(std::nullopt, IDNO, false, "YES , bQuest=4294967295");
-}
-
-// XP only: a driver file held open keeps the restart need, a read-only one goes, a missing filter list is
-// logged; the question comes at UI level 0 only, and its OK inside an installation (msi flag 1) restarts
-// nothing. Outside one (msi flag 0) the token and reader services' keys go too.
-TEST(ForcedClearance, RestartQuestionOnlyAtUiLevelZeroAndOkInsideAnInstallationRestartsNothing) {
-    DriverStage stage;
-    const std::string dir = DriverStage::driversFolder(), held = dir + "\\zKSCFLT.sys", readOnly = dir + "\\bvsup.sys",
-                      warn =
-                          "Warn in Win2KCoreInstaller::core_force_clearance_uninstall(), driver file left until "
-                          "restart: zKSCFLT.sys";
-    for (const char* name : {"BVSIFDH", "BVSUP"}) writeString(HKLM, kServices + name, "ImagePath", "x");
-    for (const std::string& file : {held, readOnly}) writeFile(file, "sys");
-    SetFileAttributesA(readOnly.c_str(), FILE_ATTRIBUTE_READONLY);
-    FileHandle open(CreateFileA(held.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
-    MessageBoxWatch watch(IDOK);
-    LogCapture log;
-    EXPECT_TRUE(CoreForcedClearanceUninstall(0, 1) == 0 && watch.count() == 1 &&
-                watch.caption() == "Uninstall reboot" && !exists(readOnly) && keyExists(HKLM, kServices + "BVSUP") &&
-                keyExists(HKLM, kServices + "BVSIFDH") && log.contains(" bDoneReboot=0") &&
-                log.hasInOrder({"Err in regUpperFilter(), RegQueryValueEx UpperFilters cannot read, rv=0x2", warn}))
-        << log.dump();
-    EXPECT_TRUE(CoreForcedClearanceUninstall(1, 0) == 0 && watch.count() == 1 && log.count(warn) == 2 &&
-                !keyExists(HKLM, kServices + "BVSUP") && !keyExists(HKLM, kServices + "BVSIFDH"));
+    }
 }
 
 // XP with msi.dll disabled, Wine's own winscard (every context fails: resource manager off), the services gone
@@ -343,21 +329,21 @@ TEST(Faults, UninstallLogsAndSucceeds) {
     TestDevices devices;
     devices.addReader("*BVS0001"), writeString(HKLM, kReaderClassKey, "UpperFilters", "zKSCFLT");
     LogCapture log;
-    DWORD token = 1;
+    DWORD token = 1;  // the token probe is not asked when the resource manager is off
     EXPECT_TRUE(CoreUninstall(0, 0) == 0 && isTokenPresent(token) == static_cast<LONG>(SCARD_F_INTERNAL_ERROR) &&
-                token == 0 && !is_rm_on() && devicesWithId("*BVS0001").empty() &&
+                token == 0 && devicesWithId("*BVS0001").empty() &&
                 readString(HKLM, kReaderClassKey, "UpperFilters") == "zKSCFLT" &&
                 log.contains("Failed to load <msi.dll> , err(0x") &&
-                log.count("Err in ::isTokenPresent, SCardEstablishContext() failed, rv:0x80100001") == 1)
-        << log.dump();  // the token probe is not asked when the resource manager is off
-    EXPECT_LOG(log, "Err in ::is_rm_on, SCardEstablishContext() failed, rv:0x80100001",
-               "Err in " + kSnap + "SCardEstablishContext fails, rv=0x80100001",
-               "Trace in ::snapshotScardDevice, Cannot list readers",
-               "Trace in ::deleteService, OpenService() fails because ERROR_SERVICE_DOES_NOT_EXIST",
-               "Err in regUpperFilter(), RegQueryValueEx UpperFilters type is not REG_MULTI_SZ");
-    deleteValue(HKLM, kReaderClassKey, "UpperFilters");
+                log.count("Err in ::isTokenPresent, SCardEstablishContext() failed, rv:0x80100001") == 1 &&
+                log.hasInOrder({"Err in ::is_rm_on, SCardEstablishContext() failed, rv:0x80100001",
+                                "Err in " + kSnap + "SCardEstablishContext fails, rv=0x80100001",
+                                "Trace in ::snapshotScardDevice, Cannot list readers",
+                                "Trace in ::deleteService, OpenService() fails because ERROR_SERVICE_DOES_NOT_EXIST",
+                                "Err in regUpperFilter(), RegQueryValueEx UpperFilters type is not REG_MULTI_SZ"}))
+        << log.dump();
 
-    devices.addReader("*BVS0001"), writeString(HKEY_CURRENT_USER, kOverrides, "setupapi", "");
+    deleteValue(HKLM, kReaderClassKey, "UpperFilters"), devices.addReader("*BVS0001");
+    writeString(HKEY_CURRENT_USER, kOverrides, "setupapi", "");
     const std::string out = runRunner("CoreUninstall 0 0").output;
     deleteTree(HKEY_CURRENT_USER, kOverrides);
     EXPECT_TRUE(out.find("result=0 (0x0)") != std::string::npos && devicesWithId("*BVS0001").size() == 1 &&
