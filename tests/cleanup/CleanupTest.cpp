@@ -194,8 +194,8 @@ TEST(Files, InfPackagesWithTheirTwinsAndTheSettingsFile) {
     writeFile(dir + "bvs9104.inf", std::string(20, '\n') + ours);
     writeFile(ini, "[zkpass]"), SetFileAttributesA(ini.c_str(), FILE_ATTRIBUTE_READONLY);
     LogCapture log;
-    EXPECT_EQ(DeleteBrevantsInfPnf(false, "bvsup"), 0u);
-    EXPECT_FALSE(DeleteBrevantInf("oem9101.txt", 0) || DeleteBrevantInf("..\\oem9101.inf", 0));
+    EXPECT_FALSE(DeleteBrevantsInfPnf(false, "bvsup") || DeleteBrevantInf("oem9101.txt", 0) ||
+                 DeleteBrevantInf("..\\oem9101.inf", 0));
     zkPassIniDelete();
     std::string left = exists(ini) ? "zkpass.ini " : "";
     for (const char* name : {"oem9101.inf", "oem9101.pnf", "OEM9102.INF", "bvs9104.inf", "zk9105.inf", "zk9105.pnf"})
@@ -224,7 +224,7 @@ TEST(Uninstall, WhatAnInstallationLeftGoesAnotherVendorsThingsStay) {
     MessageBoxWatch watch(IDOK);  // the restart question
     const std::string decoy = devices.addReader("*OTH0001"), infs = DriverStage::infFolder() + "\\",
                       inf = infs + "oem95.inf", other = "Software\\Brevant\\Other", m = kZenkey + "\\",
-                      u = "S-1-5-21-0-0-0-1000\\" + m,
+                      u = "S-1-5-21-0-0-0-1000\\" + m, dir = DriverStage::driversFolder() + "\\",
                       pid42 = "SYSTEM\\CurrentControlSet\\Enum\\USB\\VID_7A3C&PID_0042\\";
     writeRaw(HKLM, kReaderClassKey, "UpperFilters", REG_MULTI_SZ, {"OtherFlt\0\0", 10});
     writeFile(inf, "[Version]\r\nCatalogFile = xbvsup.cat\r\n"), others.create("OtherVendorSvc");
@@ -263,7 +263,6 @@ TEST(Uninstall, WhatAnInstallationLeftGoesAnotherVendorsThingsStay) {
     std::string steps = state(CoreUninstall(1, 1));
     deleteTree(HKLM, kTokenClass);
     // A driver file held open stays (on XP the restart question comes at UI level 0 only), a read-only one goes.
-    const std::string dir = DriverStage::driversFolder() + "\\";
     SetFileAttributesA((dir + "bvsup.sys").c_str(), FILE_ATTRIBUTE_READONLY);
     FileHandle held(CreateFileA((dir + "zKSCFLT.sys").c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
     steps += state(CoreUninstall(1, 1));
@@ -292,8 +291,8 @@ TEST(Uninstall, WhatAnInstallationLeftGoesAnotherVendorsThingsStay) {
                   keys + rest + (vista ? keys : none) + rest + "left: M | log:" + (vista ? "1111000" : "1110111"))
         << log.dump();
     DeleteFileA(inf.c_str()), deleteValue(HKLM, kReaderClassKey, "UpperFilters");
-    for (const std::string& key : {pid42, kCalais + "Acme 0", kServices + "BVSIFDH", kServices + "BVSUP"})
-        deleteTree(HKLM, key);
+    for (const std::string& k : {pid42, kCalais + "Acme 0", kServices + "BVSIFDH", kServices + "BVSUP"})
+        deleteTree(HKLM, k);
     deleteTree(HKLM, "Software\\Brevant"), deleteTree(HKEY_USERS, "S-1-5-21-0-0-0-1000\\Software\\Brevant");
 }
 
