@@ -23,25 +23,21 @@ void touch(const std::string& path) {
     fs::create_directories(fs::path(path).parent_path());
     std::ofstream(path) << "x";
 }
-// Numbers at the space-separated paths (written first when `write` is given) as one text, "-" for a missing one.
-std::string dwords(const std::string& paths, std::optional<DWORD> write = std::nullopt) {
+// Values at the space-separated paths (numbers written first when `write` is given) as one text, "-" for a missing one.
+std::string values(const std::string& paths, std::optional<DWORD> write = std::nullopt) {
     std::string all, p;
     for (std::istringstream in(paths); in >> p;) {
         const std::string key = kKey + p.substr(0, p.rfind('\\')), name = p.substr(p.rfind('\\') + 1);
         if (write) writeDword(HKEY_LOCAL_MACHINE, key, name, *write);
         const auto value = readDword(HKEY_LOCAL_MACHINE, key, name);
-        all += (all.empty() ? "" : " ") + (value ? std::to_string(*value) : "-");
+        all += (all.empty() ? "" : " ") +
+               (value ? std::to_string(*value) : readString(HKEY_LOCAL_MACHINE, key, name).value_or("-"));
     }
     return all;
 }
-std::string text(const std::string& path, const char* name) {
-    return readString(HKEY_LOCAL_MACHINE, kKey + path, name).value_or("-");
-}
 void clean() {
     deleteTree(HKEY_LOCAL_MACHINE, "Software\\Brevant");
-    for (const std::string& dir :
-         {env("CommonProgramFiles") + "\\brevant shared", kData + "Mozilla", kData + "Netscape", kRecord})
-        fs::remove_all(dir);
+    for (const std::string& dir : {kShared, kData + "Mozilla", kData + "Netscape", kRecord}) fs::remove_all(dir);
 }
 
 // Every reader over values already there (77): a valid property overwrites; a default, an unreadable, an unparsable
@@ -58,7 +54,7 @@ TEST(Config, ReadersOverwriteOnlyWithValidProperties) {
     for (const auto& [reader, action] : readers) {
         const bool byText = action != PKIInstall, logsStored = action == CoreStoreProps;
         clean();
-        dwords(kNames, 77);
+        values(kNames, 77);
         deleteValue(HKEY_LOCAL_MACHINE, kKey + "CAPI\\IEXPLORE.EXE", "DefEnrollType");  // the one default written
         writeString(HKEY_LOCAL_MACHINE, kKey + "CertStore", "RemoveFromTokenOnRemoveFromStoreTemplates", "old");
         TestSession s;
@@ -67,9 +63,9 @@ TEST(Config, ReadersOverwriteOnlyWithValidProperties) {
         LogCapture log;
         EXPECT_EQ(action(s.handle()), 0u);
         // Binary junk reads as 0 through atoi.
-        EXPECT_EQ(dwords(kNames) + text("CertStore", "RemoveFromTokenOnRemoveFromStoreTemplates"),
+        EXPECT_EQ(values(kNames + " CertStore\\RemoveFromTokenOnRemoveFromStoreTemplates"),
                   std::string("77 77 0 ") + (byText ? "1" : "0") + " 10000 77 77 77 77 77 77 77 77 4 77 77 77 " +
-                      (byText ? "0" : "77") + " 77 1 77User;Smartcard Logon")
+                      (byText ? "0" : "77") + " 77 1 77 User;Smartcard Logon")
             << reader;
         EXPECT_TRUE(
             log.hasInOrder(
@@ -94,12 +90,12 @@ TEST(Config, ReadersOverwriteOnlyWithValidProperties) {
 
 // Answers the installer's questions: Cancel to the `g_cancel`th, OK to the others; removes the first profile while the
 // first is open.
-Rows g_asked;
-size_t g_cancel = 0;
+std::string g_asked;  // one line each
+int g_count = 0, g_cancel = 0;
 int WINAPI answer(void*, UINT, LPCSTR message) {
-    g_asked.emplace_back(message);
-    if (g_asked.size() == 1 && g_cancel) fs::remove_all(kData + "Mozilla\\Firefox\\Profiles\\abc.default");
-    return g_asked.size() == g_cancel ? IDCANCEL : IDOK;
+    g_asked += std::string(message) + "\n";
+    if (++g_count == 1 && g_cancel) fs::remove_all(kData + "Mozilla\\Firefox\\Profiles\\abc.default");
+    return g_count == g_cancel ? IDCANCEL : IDOK;
 }
 
 // A fresh installation writes every default and, once the tool is there, adds our module to each browser database:
@@ -120,40 +116,39 @@ TEST(Config, InstalledThenRemoved) {
     TestSession session;
     MsiApi::get().SetExternalUIA(reinterpret_cast<void*>(&answer), 1 << 1 | 1 << 3, nullptr);  // errors, user texts
     LogCapture log;
-    EXPECT_TRUE(PKIInstall(session.handle()) == 0 && g_asked.empty() &&  // no tool, no Netscape folder
-                dwords(kNames) == "1 16 1 0 0 1 1 1 1 1 1 0 7 6 1 0 0 0 10 1 1024" &&
-                log.hasInOrder({"Err in getModutilPath: Modutil.exe path not valid!!!!!",
-                                "Warn in findFiles, Netscape: dir path NOT valid."}))
-        << dwords(kNames) << log.dump();
-    EXPECT_EQ(text("CertStore", "RemoveFromTokenOnRemoveFromStoreTemplates") + text("zkPropsApps\\app1", "zkAppTitle") +
-                  text("zkPropsApps\\app1", "zkAppDescription") + text("zkPropsApps\\app1", "zkAppExecutable"),
-              "-Zenkey DuoStore Partition ApplicationEnables the creation of a partition with a customizable size, and "
-              "the loading of files into the partition" +
-                  app);
+    EXPECT_TRUE(
+        PKIInstall(session.handle()) == 0 && g_asked.empty() &&  // no tool, no Netscape folder
+        values(kNames + " CertStore\\RemoveFromTokenOnRemoveFromStoreTemplates zkPropsApps\\app1\\zkAppTitle "
+                        "zkPropsApps\\app1\\zkAppDescription zkPropsApps\\app1\\zkAppExecutable") ==
+            "1 16 1 0 0 1 1 1 1 1 1 0 7 6 1 0 0 0 10 1 1024 - Zenkey DuoStore Partition Application Enables the "
+            "creation of a partition with a customizable size, and the loading of files into the partition " +
+                app &&
+        log.hasInOrder({"Err in getModutilPath: Modutil.exe path not valid!!!!!",
+                        "Warn in findFiles, Netscape: dir path NOT valid."}))
+        << values(kNames) << log.dump();
     touch(dirs[3] + "\\secmod.db");
     fs::create_directories(kShared + "modutil");
     ASSERT_TRUE(CopyFileA((env("ZK_FIXTURES") + "\\modutil\\modutil.exe").c_str(), modutil.c_str(), FALSE));
     EXPECT_EQ(PKIInstall(session.handle()), 0u);
-    std::string commands;  // as the stand-in records them, one line each
+    std::string commands, asked;  // as the stand-in records them, one line each
     for (int i : {0, 1, 2, 3, 12, 13})
         commands +=
             "\"" + modutil +
             (i < 10 ? "\" -add Zenkey -libfile zKPKCS11.DLL -mechanisms RSA:DES -force" : "\" -delete Zenkey -force") +
             " -dbdir \"" + dirs[i % 10] + "\"\n";
-    const auto question = [](const std::string& b) {
-        return "Zenkey Keyhub installer will update your " + b + " browser. Please close your " + b +
-               " browser, wait few seconds, and press Ok. Press Cancel to skip update.";
-    };
-    EXPECT_EQ(g_asked, (Rows{question("Mozilla"), question("Mozilla"), question("Mozilla"), question("Netscape")}));
+    for (const char* b : {"Mozilla", "Mozilla", "Mozilla", "Netscape"})
+        asked += std::string("Zenkey Keyhub installer will update your ") + b + " browser. Please close your " + b +
+                 " browser, wait few seconds, and press Ok. Press Cancel to skip update.\n";
+    EXPECT_EQ(g_asked, asked);
 
     writeString(HKEY_LOCAL_MACHINE, kKey + "CertStore", "RemoveFromTokenOnRemoveFromStoreTemplates", "T");
-    dwords(more, 1);
-    g_asked.clear(), g_cancel = 2;
+    values(more, 1);
+    g_asked.clear(), g_count = 0, g_cancel = 2;
     EXPECT_TRUE(PKIRemove(session.handle()) == 0 &&
-                dwords(kNames + more) == "- - - - - - - - - - - - - - - - - - - - - 1 1");
+                values(kNames + more) == "- - - - - - - - - - - - - - - - - - - - - 1 1");
     for (const char* gone : {"InitApp", "CertStore", "PQ", "CAPI", "zkPropsApps"})
         EXPECT_FALSE(keyExists(HKEY_LOCAL_MACHINE, kKey + gone)) << gone;
-    EXPECT_TRUE(readFileFrom(kRecord, 0) == commands && g_asked.size() == 4u);
+    EXPECT_TRUE(readFileFrom(kRecord, 0) == commands && g_count == 4);
     for (const char* gone : {"Mozilla", "Netscape\\Mozilla"}) fs::remove_all(kData + gone);
     EXPECT_TRUE(PKIInstall(session.handle()) == 0 && zk::browserName("D:\\P\\secmod.db") == "Mozilla Firefox" &&
                 log.hasInOrder({"Warn in " + op + "data base file gone, skipped: " + dirs[0] + "\\secmod.db",
