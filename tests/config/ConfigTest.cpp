@@ -9,10 +9,8 @@
 namespace {
 
 const std::string kKey = "Software\\Brevant\\Zenkey\\MIDDLEWARE\\",
-                  kSet = "Trace in setPropRegistryVal - new, key =" + kKey,
-                  kWarn = "Warn in setPropRegistryVal - new, ",
                   kShared = env("CommonProgramFiles") + "\\brevant shared\\zenkey\\Keyhub\\",
-                  kRecord = env("TEMP") + "\\zk-modutil.record";
+                  kRecord = env("TEMP") + "\\zk-modutil.record", kData = env("APPDATA") + "\\";
 // Every number of the client settings, as group\name below MIDDLEWARE.
 const std::string kNames =
     "InitApp\\AdvancedView GENERAL\\PcscSlots GENERAL\\SoftwareSlots GENERAL\\SingleLogon GENERAL\\SingleLogonTimeout "
@@ -25,25 +23,21 @@ void touch(const std::string& path) {
     fs::create_directories(fs::path(path).parent_path());
     std::ofstream(path) << "x";
 }
-// Numbers at the space-separated paths (written first when `write` is given) as one text, "-" for a missing one.
-std::string dwords(const std::string& paths, std::optional<DWORD> write = std::nullopt) {
+// Values at the space-separated paths (numbers written first when `write` is given) as one text, "-" for a missing one.
+std::string values(const std::string& paths, std::optional<DWORD> write = std::nullopt) {
     std::string all, p;
     for (std::istringstream in(paths); in >> p;) {
         const std::string key = kKey + p.substr(0, p.rfind('\\')), name = p.substr(p.rfind('\\') + 1);
         if (write) writeDword(HKEY_LOCAL_MACHINE, key, name, *write);
         const auto value = readDword(HKEY_LOCAL_MACHINE, key, name);
-        all += (all.empty() ? "" : " ") + (value ? std::to_string(*value) : "-");
+        all += (all.empty() ? "" : " ") +
+               (value ? std::to_string(*value) : readString(HKEY_LOCAL_MACHINE, key, name).value_or("-"));
     }
     return all;
 }
-std::string text(const std::string& path, const char* name) {
-    return readString(HKEY_LOCAL_MACHINE, kKey + path, name).value_or("-");
-}
 void clean() {
     deleteTree(HKEY_LOCAL_MACHINE, "Software\\Brevant");
-    for (const std::string& dir : {env("CommonProgramFiles") + "\\brevant shared", env("APPDATA") + "\\Mozilla",
-                                   env("APPDATA") + "\\Netscape", kRecord})
-        fs::remove_all(dir);
+    for (const std::string& dir : {kShared, kData + "Mozilla", kData + "Netscape", kRecord}) fs::remove_all(dir);
 }
 
 // Every reader over values already there (77): a valid property overwrites; a default, an unreadable, an unparsable
@@ -60,51 +54,32 @@ TEST(Config, ReadersOverwriteOnlyWithValidProperties) {
     for (const auto& [reader, action] : readers) {
         const bool byText = action != PKIInstall, logsStored = action == CoreStoreProps;
         clean();
-        dwords(kNames, 77);
+        values(kNames, 77);
         deleteValue(HKEY_LOCAL_MACHINE, kKey + "CAPI\\IEXPLORE.EXE", "DefEnrollType");  // the one default written
         writeString(HKEY_LOCAL_MACHINE, kKey + "CertStore", "RemoveFromTokenOnRemoveFromStoreTemplates", "old");
         TestSession s;
         std::istringstream in(props);  // name|value|name|value...
         for (std::string name, value; std::getline(in, name, '|') && std::getline(in, value, '|');) s.set(name, value);
-        const std::string op = std::string("Trace in ") + reader + ", ";
         LogCapture log;
-        EXPECT_EQ(action(s.handle()), 0u) << reader;
+        EXPECT_EQ(action(s.handle()), 0u);
         // Binary junk reads as 0 through atoi.
-        EXPECT_EQ(dwords(kNames) + text("CertStore", "RemoveFromTokenOnRemoveFromStoreTemplates"),
+        EXPECT_EQ(values(kNames + " CertStore\\RemoveFromTokenOnRemoveFromStoreTemplates"),
                   std::string("77 77 0 ") + (byText ? "1" : "0") + " 10000 77 77 77 77 77 77 77 77 4 77 77 77 " +
-                      (byText ? "0" : "77") + " 77 1 77User;Smartcard Logon")
+                      (byText ? "0" : "77") + " 77 1 77 User;Smartcard Logon")
             << reader;
-        EXPECT_TRUE(log.hasInOrder(
-            {byText ? "Err in msiWrapper::getPropStrVal, msiWrapper::getPropStrVal(): cannot locate CustomActionData "
-                      "property"
-                    : "Err in msiWrapper::getPropVal(), MsiGetProperty() cannot locate property PROP_ADVANCED_VIEW",
-             "Warn in " + std::string(byText ? reader : "setPropRegistryVal - new") +
-                 ", failed read property PROP_ADVANCED_VIEW",
-             kWarn + "Range fail value 1001 for property PROP_PCSCSLOTS",
-             kSet + "GENERAL stores previous value=77 (bUpdateExisting=0)",
-             kSet + "GENERAL oldvalue=77 newvalue(RegSetValue)=0 bUpdateExisting=1 rv=0",
-             kWarn + "Range fail value 37001 for property PROP_CERREMOVESTO",
-             "Trace in setPropRegistryStrVal - new, key =" + kKey +
-                 "CertStore oldvalue=old newvalue=User;Smartcard Logon bUpdateExisting=1 rv=0",
-             kWarn + "Range fail value 4294967291 for property PROP_PQ_MIXCHARS"}))
-            << reader << log.dump();
         EXPECT_TRUE(
-            log.has("Err in msiWrapper::getPropVal(), cannot parse property value to DWORD") != byText &&
             log.hasInOrder(
-                {op + "PROP_PCSCSLOTS(atoi)=1001", op + "PROP_PQ_MIXCHARS(atoi)=-5",
-                 op + "prop_singlelogon=1 because prop_singlelogontimeout!=0",
-                 op + "hInstall=" + std::to_string(s.handle()) +
-                     " advanced_view=0xffffffff pcscslots=0x3e9 softwareslots=0x0 singlelogon=0x1 singlelogontimeout="
-                     "0x2710 propagateusercer=0xffffffff propagatecacer=0xffffffff pq_minlen=0x4 "
-                     "pq_mixchars=0xfffffffb pq_maxage=0xffffffff pq_warnperiod=0x0 "
-                     "pq_historysize=0xffffffff pq_minage=0xffffffff explorer_defenrol=0xffffffff upd_infpath=0x0"}) ==
-                byText &&
-            log.hasInOrder({op + "stored PROP_SOFTWARESLOTS in MIDDLEWARE\\GENERAL\\SoftwareSlots",
-                            op + "stored PROP_EXPLORER_DEFENROL in MIDDLEWARE\\CAPI\\IEXPLORE.EXE\\DefEnrollType"}) ==
-                logsStored &&
-            log.has(op + "stored PROP_PCSCSLOTS in MIDDLEWARE\\GENERAL\\PcscSlots") +
-                    log.count("updateBrowserModules: entry <time>  add=1") ==
-                !logsStored)
+                {byText ? "Err in msiWrapper::getPropStrVal, msiWrapper::getPropStrVal(): cannot locate "
+                          "CustomActionData property"
+                        : "Err in msiWrapper::getPropVal(), MsiGetProperty() cannot locate property PROP_ADVANCED_VIEW",
+                 "Warn in " + std::string(byText ? reader : "setPropRegistryVal - new") +
+                     ", failed read property PROP_ADVANCED_VIEW",
+                 "Warn in setPropRegistryVal - new, Range fail value 1001 for property PROP_PCSCSLOTS"}) &&
+            log.has("Err in msiWrapper::getPropVal(), cannot parse property value to DWORD") != byText &&
+            log.contains(" explorer_defenrol=0xffffffff upd_infpath=0x0") == byText &&
+            log.has(std::string("Trace in ") + reader +
+                    ", stored PROP_EXPLORER_DEFENROL in MIDDLEWARE\\CAPI\\IEXPLORE.EXE\\DefEnrollType") == logsStored &&
+            log.count("updateBrowserModules: entry <time>  add=1") == !logsStored)
             << reader << log.dump();
     }
     const zk::RangeDecision high = zk::applyRange("PROP_SINGLELOGONTO", 10001), other = zk::applyRange("PROP_X", 12),
@@ -113,15 +88,14 @@ TEST(Config, ReadersOverwriteOnlyWithValidProperties) {
                 !unset.bUpdateExisting && !unset.rangeFail);
 }
 
-// Answers the installer's questions: Cancel to the `g_cancel`th, OK to the others; removes `g_vanish` while the first
-// is open.
-Rows g_asked;
-size_t g_cancel = 0;
-std::string g_vanish;
+// Answers the installer's questions: Cancel to the `g_cancel`th, OK to the others; removes the first profile while the
+// first is open.
+std::string g_asked;  // one line each
+int g_count = 0, g_cancel = 0;
 int WINAPI answer(void*, UINT, LPCSTR message) {
-    g_asked.emplace_back(message);
-    if (g_asked.size() == 1 && !g_vanish.empty()) fs::remove_all(g_vanish);
-    return g_asked.size() == g_cancel ? IDCANCEL : IDOK;
+    g_asked += std::string(message) + "\n";
+    if (++g_count == 1 && g_cancel) fs::remove_all(kData + "Mozilla\\Firefox\\Profiles\\abc.default");
+    return g_count == g_cancel ? IDCANCEL : IDOK;
 }
 
 // A fresh installation writes every default and, once the tool is there, adds our module to each browser database:
@@ -132,78 +106,55 @@ TEST(Config, InstalledThenRemoved) {
     clean();
     SetEnvironmentVariableA("ZK_MODUTIL_RECORD", kRecord.c_str());
     const std::string app = kShared + "DuoStore Partition\\DuoStorePartition.exe",
-                      more = " GENERAL\\Foreign Install\\Reboot",
-                      deleted = "Trace in removeClientSettings, deleted MIDDLEWARE\\",
-                      modutil = kShared + "modutil\\modutil.exe", data = env("APPDATA") + "\\",
-                      op = "Trace in pkcs11_netscape_update_new, ";
-    const Rows dirs = {data + "Mozilla\\Firefox\\Profiles\\abc.default",
-                       data + "Mozilla\\Firefox\\Profiles\\my old profile",
-                       data + "Mozilla\\Profiles\\default\\x1y2.slt", data + "Netscape\\Mozilla\\nets.default"};
+                      more = " GENERAL\\Foreign Install\\Reboot", modutil = kShared + "modutil\\modutil.exe",
+                      op = "pkcs11_netscape_update_new, ";
+    const Rows dirs = {kData + "Mozilla\\Firefox\\Profiles\\abc.default",
+                       kData + "Mozilla\\Firefox\\Profiles\\my old profile",
+                       kData + "Mozilla\\Profiles\\default\\x1y2.slt", kData + "Netscape\\Mozilla\\nets.default"};
     for (const std::string& file : {app, dirs[0] + "\\secmod.db", dirs[1] + "\\secmod.db", dirs[2] + "\\secmod.db"})
         touch(file);
     TestSession session;
     MsiApi::get().SetExternalUIA(reinterpret_cast<void*>(&answer), 1 << 1 | 1 << 3, nullptr);  // errors, user texts
-    const std::string h = " hInstall=" + std::to_string(session.handle());
     LogCapture log;
-    EXPECT_TRUE(PKIInstall(session.handle()) == 0 && g_asked.empty() &&  // no tool, no Netscape folder
-                dwords(kNames) == "1 16 1 0 0 1 1 1 1 1 1 0 7 6 1 0 0 0 10 1 1024")
-        << dwords(kNames);
-    EXPECT_EQ(text("CertStore", "RemoveFromTokenOnRemoveFromStoreTemplates") + text("zkPropsApps\\app1", "zkAppTitle") +
-                  text("zkPropsApps\\app1", "zkAppDescription"),
-              "-Zenkey DuoStore Partition ApplicationEnables the creation of a partition with a customizable size, and "
-              "the loading of files into the partition");
+    EXPECT_TRUE(
+        PKIInstall(session.handle()) == 0 && g_asked.empty() &&  // no tool, no Netscape folder
+        values(kNames + " CertStore\\RemoveFromTokenOnRemoveFromStoreTemplates zkPropsApps\\app1\\zkAppTitle "
+                        "zkPropsApps\\app1\\zkAppDescription zkPropsApps\\app1\\zkAppExecutable") ==
+            "1 16 1 0 0 1 1 1 1 1 1 0 7 6 1 0 0 0 10 1 1024 - Zenkey DuoStore Partition Application Enables the "
+            "creation of a partition with a customizable size, and the loading of files into the partition " +
+                app &&
+        log.hasInOrder({"Err in getModutilPath: Modutil.exe path not valid!!!!!",
+                        "Warn in findFiles, Netscape: dir path NOT valid."}))
+        << values(kNames) << log.dump();
     touch(dirs[3] + "\\secmod.db");
     fs::create_directories(kShared + "modutil");
     ASSERT_TRUE(CopyFileA((env("ZK_FIXTURES") + "\\modutil\\modutil.exe").c_str(), modutil.c_str(), FALSE));
     EXPECT_EQ(PKIInstall(session.handle()), 0u);
-    Rows commands, recorded;
-    for (const std::string& dir : dirs)
-        commands.push_back("\"" + modutil +
-                           "\" -add Zenkey -libfile zKPKCS11.DLL -mechanisms RSA:DES -force -dbdir \"" + dir + "\"");
-    for (int i : {2, 3}) commands.push_back("\"" + modutil + "\" -delete Zenkey -force -dbdir \"" + dirs[i] + "\"");
-    const auto question = [](const std::string& b) {
-        return "Zenkey Keyhub installer will update your " + b + " browser. Please close your " + b +
-               " browser, wait few seconds, and press Ok. Press Cancel to skip update.";
-    };
-    EXPECT_EQ(g_asked, (Rows{question("Mozilla"), question("Mozilla"), question("Mozilla"), question("Netscape")}));
+    std::string commands, asked;  // as the stand-in records them, one line each
+    for (int i : {0, 1, 2, 3, 12, 13})
+        commands +=
+            "\"" + modutil +
+            (i < 10 ? "\" -add Zenkey -libfile zKPKCS11.DLL -mechanisms RSA:DES -force" : "\" -delete Zenkey -force") +
+            " -dbdir \"" + dirs[i % 10] + "\"\n";
+    for (const char* b : {"Mozilla", "Mozilla", "Mozilla", "Netscape"})
+        asked += std::string("Zenkey Keyhub installer will update your ") + b + " browser. Please close your " + b +
+                 " browser, wait few seconds, and press Ok. Press Cancel to skip update.\n";
+    EXPECT_EQ(g_asked, asked);
 
     writeString(HKEY_LOCAL_MACHINE, kKey + "CertStore", "RemoveFromTokenOnRemoveFromStoreTemplates", "T");
-    dwords(more, 1);
-    g_asked.clear(), g_cancel = 2, g_vanish = dirs[0];
-    LogCapture removal;
+    values(more, 1);
+    g_asked.clear(), g_count = 0, g_cancel = 2;
     EXPECT_TRUE(PKIRemove(session.handle()) == 0 &&
-                dwords(kNames + more) == "- - - - - - - - - - - - - - - - - - - - - 1 1");
+                values(kNames + more) == "- - - - - - - - - - - - - - - - - - - - - 1 1");
     for (const char* gone : {"InitApp", "CertStore", "PQ", "CAPI", "zkPropsApps"})
         EXPECT_FALSE(keyExists(HKEY_LOCAL_MACHINE, kKey + gone)) << gone;
-    std::string line;
-    for (std::ifstream in(kRecord); std::getline(in, line);) recorded.push_back(line);
-    EXPECT_TRUE(recorded == commands && g_asked.size() == 4u);
-    for (const char* gone : {"Mozilla", "Netscape\\Mozilla"}) fs::remove_all(data + gone);
-    EXPECT_TRUE(PKIInstall(session.handle()) == 0 && zk::browserName("D:\\P\\secmod.db") == "Mozilla Firefox");
-    EXPECT_TRUE(log.hasInOrder({"setPropRegistryVal - new: entry <time> " + h +
-                                    " propName=PROP_PCSCSLOTS groupName=GENERAL valueName=PcscSlots",
-                                kSet + "GENERAL oldvalue=(none) newvalue(RegSetValue)=16 bUpdateExisting=0 rv=0",
-                                "Trace in setPropRegistryStrVal - new, ignore empty value for property PROP_CERTEMP",
-                                "Trace in clientSharedFolder, shared folder: " + kShared,
-                                "setPropRegistryStrVal - new: entry <time> " + h +
-                                    " propName= groupName=zkPropsApps valueName=zkAppExecutable valueDefault=" + app,
-                                "updateBrowserModules: entry <time>  add=1",
-                                "Err in getModutilPath: Modutil.exe path not valid!!!!!",
-                                "Warn in findFiles, Netscape: dir path NOT valid.",
-                                "pkcs11_netscape_update_new: entry <time>  vendor=Mozilla add=1",
-                                "getModutilPath: Modutil.exe path : " + modutil, op + "Try again (MessageBox()==IDOK)",
-                                op + "cmdline:: " + commands[0],
-                                "pkcs11_netscape_update_new: entry <time>  vendor=Netscape add=1"}) &&
-                removal.hasInOrder(
-                    {"updateBrowserModules: entry <time>  add=0",
-                     "Warn in pkcs11_netscape_update_new, data base file gone, skipped: " + dirs[0] + "\\secmod.db",
-                     op + " MessageBox IDCANCEL", deleted + "InitApp\\AdvancedView",
-                     deleted + "CertStore\\RemoveFromTokenOnRemoveFromStoreTemplates",
-                     deleted + "zkPropsApps\\app1\\zkAppExecutable",
-                     "Trace in removeClientSettings, deleted empty key MIDDLEWARE\\CAPI\\IEXPLORE.EXE",
-                     "Err in pkcs11_netscape_update_new, pkcs11_netscape_update_new: No data base file 'secmod.db' was "
-                     "found..."}) &&
-                removal.count(op + " MessageBox IDCANCEL") == 1)
+    EXPECT_TRUE(readFileFrom(kRecord, 0) == commands && g_count == 4);
+    for (const char* gone : {"Mozilla", "Netscape\\Mozilla"}) fs::remove_all(kData + gone);
+    EXPECT_TRUE(PKIInstall(session.handle()) == 0 && zk::browserName("D:\\P\\secmod.db") == "Mozilla Firefox" &&
+                log.hasInOrder({"Warn in " + op + "data base file gone, skipped: " + dirs[0] + "\\secmod.db",
+                                "Err in " + op +
+                                    "pkcs11_netscape_update_new: No data base file 'secmod.db' was "
+                                    "found..."}))
         << log.dump();
     clean();
 }
@@ -212,12 +163,11 @@ TEST(ProcessRunning, WholeImageNameWithoutRegardToCase) {
     const std::string self = "CONFIG_MSI_TESTS.EXE";  // this program's image, in capitals
     const bool psapi = env("ZK_NO_PSAPI").empty();    // without it the answer is 0
     LogCapture log;
-    EXPECT_EQ(zk::isProcessRunning(self.c_str()) + zk::isProcessRunning(("x" + self).c_str()) +
-                  zk::isProcessRunning("") + zk::isProcessRunning(nullptr),
-              psapi ? 1 : 0);
-    EXPECT_TRUE(log.hasInOrder(
-        psapi ? Rows{"::isProcessRunning: entry <time>  , process: " + self, "::isProcessRunning: exit  (ret=0x1"}
-              : Rows{"Err in ::isProcessRunning, cannot open PSAPI.DLL"}))
+    EXPECT_TRUE(zk::isProcessRunning(self.c_str()) + zk::isProcessRunning(("x" + self).c_str()) +
+                        zk::isProcessRunning("") + zk::isProcessRunning(nullptr) ==
+                    (psapi ? 1 : 0) &&
+                log.has(psapi ? "::isProcessRunning: entry <time>  , process: " + self
+                              : "Err in ::isProcessRunning, cannot open PSAPI.DLL"))
         << log.dump();
 }
 
