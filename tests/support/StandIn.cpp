@@ -44,38 +44,6 @@ const bool registered = [] {
 
 }  // namespace
 
-std::string multiString(const std::vector<std::string>& names) {
-    std::string text;
-    for (const std::string& n : names) text += n + '\0';
-    return text + '\0';
-}
-
-Scenario::Scenario() { deleteTree(HKEY_LOCAL_MACHINE, kScenarioKey); }
-Scenario::~Scenario() { deleteTree(HKEY_LOCAL_MACHINE, kScenarioKey); }
-
-void Scenario::readers(const std::vector<std::string>& names) {
-    writeRaw(HKEY_LOCAL_MACHINE, kScenarioKey, "Readers", REG_MULTI_SZ, multiString(names));
-}
-
-void Scenario::card(const std::string& reader, const std::vector<BYTE>& atr) {
-    writeRaw(HKEY_LOCAL_MACHINE, std::string(kScenarioKey) + "\\Present", reader, REG_BINARY,
-             std::string(atr.begin(), atr.end()));
-}
-
-void Scenario::cardNames(const std::vector<BYTE>& atr, const std::vector<std::string>& names) {
-    std::string hexText;
-    for (BYTE b : atr) hexText += {"0123456789abcdef"[b >> 4], "0123456789abcdef"[b & 15]};
-    writeRaw(HKEY_LOCAL_MACHINE, std::string(kScenarioKey) + "\\Cards", hexText, REG_MULTI_SZ, multiString(names));
-}
-
-void Scenario::fail(const std::string& call, DWORD result) {
-    writeDword(HKEY_LOCAL_MACHINE, std::string(kScenarioKey) + "\\Fail", call, result);
-}
-
-DWORD Scenario::calls(const std::string& name) const {
-    return readDword(HKEY_LOCAL_MACHINE, std::string(kScenarioKey) + "\\Calls", name).value_or(0);
-}
-
 }  // namespace zktest
 
 void zktest::ScardSvrService::setObjectName(const std::string& account) const {

@@ -6,14 +6,6 @@
 
 namespace zktest {
 
-std::string env(const char* name) {
-    char buf[32768];
-    DWORD n = GetEnvironmentVariableA(name, buf, sizeof buf);
-    return (n > 0 && n < sizeof buf) ? std::string(buf, n) : std::string();
-}
-
-std::string expectedWinver() { return env("ZK_EXPECT_WINVER"); }
-
 ProcessResult runProcess(const std::string& commandLine) {
     ProcessResult result;
     SECURITY_ATTRIBUTES sa = {sizeof sa, nullptr, TRUE};
@@ -37,15 +29,6 @@ ProcessResult runProcess(const std::string& commandLine) {
     WaitForSingleObject(pi.hProcess, INFINITE);
     GetExitCodeProcess(pi.hProcess, &result.exitCode);
     return result;
-}
-
-ProcessResult runRunner(const std::string& arguments) {
-    return runProcess("\"" + env("ZK_RUNNER") + "\" --dll \"" + env("ZK_DLL") + "\" " + arguments);
-}
-
-ExportLibrary::ExportLibrary() : module_(LoadLibraryA(env("ZK_DLL").c_str())) {}
-ExportLibrary::~ExportLibrary() {
-    if (module_) FreeLibrary(module_);
 }
 
 }  // namespace zktest

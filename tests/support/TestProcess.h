@@ -8,9 +8,13 @@
 namespace zktest {
 
 // Value of an environment variable set by CTest ("" when unset).
-std::string env(const char* name);
+inline std::string env(const char* name) {
+    char buf[32768];
+    const DWORD n = GetEnvironmentVariableA(name, buf, sizeof buf);
+    return (n > 0 && n < sizeof buf) ? std::string(buf, n) : std::string();
+}
 // The Windows version Wine was told to report to this program ("" = default).
-std::string expectedWinver();
+inline std::string expectedWinver() { return env("ZK_EXPECT_WINVER"); }
 
 struct ProcessResult {
     DWORD exitCode = 0xFFFFFFFF;
@@ -19,13 +23,17 @@ struct ProcessResult {
 // Runs a command line and waits for it.
 ProcessResult runProcess(const std::string& commandLine);
 // Runs the runner (zkrun.exe) with the given arguments.
-ProcessResult runRunner(const std::string& arguments);
+inline ProcessResult runRunner(const std::string& arguments) {
+    return runProcess("\"" + env("ZK_RUNNER") + "\" --dll \"" + env("ZK_DLL") + "\" " + arguments);
+}
 
 // Loads the built zKCoreInst.dll and looks up its exports.
 class ExportLibrary {
 public:
-    ExportLibrary();
-    ~ExportLibrary();
+    ExportLibrary() : module_(LoadLibraryA(env("ZK_DLL").c_str())) {}
+    ~ExportLibrary() {
+        if (module_) FreeLibrary(module_);
+    }
     ExportLibrary(const ExportLibrary&) = delete;
     ExportLibrary& operator=(const ExportLibrary&) = delete;
 
