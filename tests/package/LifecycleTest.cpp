@@ -20,15 +20,14 @@ TEST(HostRecord, PropertiesTakeDefaultsAndTheRecordRefusesForeignText) {
     for (const char* bad : {"", "0", "32", "-5", "abc", " 3", "3;", "99999999999"})
         EXPECT_EQ(takeReaders(bad).value, kDefaultReaders) << bad;
     EXPECT_EQ(takeReaders("31").value, 31u);
-    EXPECT_EQ(takeSwitch("X", "yes").note, "X is neither 0 nor 1; using 0");
     EXPECT_EQ(InstallRecord::parse(InstallRecord{7, 5, 0x81, 0, 450, -12}.format())->format(), "7;5;129;0;450;-12");
     EXPECT_EQ(InstallRecord::parse("2;5;0;0;0;")->clearChoice, std::nullopt);
     for (const char* bad : {"3", "40;5;0;0;0;", "3;5;0;0;0;1;x", "3;5;x;0;0;", "3;5;0;0;0;a\nb"})
         EXPECT_FALSE(InstallRecord::parse(bad)) << bad;
 }
 
-const char *const kMiddleware = "Software\\Brevant\\Zenkey\\MIDDLEWARE", *const kDecoyKey = "Software\\Brevant\\Other";
-const char* const kInstallerLog = "C:\\zk-package.log";
+const std::string kMiddleware = "Software\\Brevant\\Zenkey\\MIDDLEWARE", kFlags = kMiddleware + "\\Install";
+const char *const kDecoyKey = "Software\\Brevant\\Other", *const kInstallerLog = "C:\\zk-package.log";
 
 static DWORD msiexec(const std::string& how, const char* name, const std::string& properties = "") {
     const std::string package = " \"" + env("ZK_PACKAGES") + "\\" + name + "\" ";
@@ -59,9 +58,8 @@ TEST(Package, InstallRepairUpgradeRemoveAndAFailedInstallation) {
               "readers=3 fake=1 infs=2 services=bvsifdh,zKSCFLT, filters=otherflt,zKSCFLT sys=3 staged=9 "
               "settings=1 decoy=other");
     for (const auto& reader : devicesWithId("*BVS0001")) EXPECT_EQ(deviceProperty(reader, SPDRP_SERVICE), "bvsifdh");
-    const std::string flags = std::string(kMiddleware) + "\\Install";
-    EXPECT_EQ(readDword(HKEY_LOCAL_MACHINE, flags, "UninstRegClean"), std::optional<DWORD>(1));
-    EXPECT_FALSE(readDword(HKEY_LOCAL_MACHINE, flags, "Reboot")) << "the reboot check consumes it";
+    EXPECT_EQ(readDword(HKEY_LOCAL_MACHINE, kFlags, "UninstRegClean"), std::optional<DWORD>(1));
+    EXPECT_FALSE(readDword(HKEY_LOCAL_MACHINE, kFlags, "Reboot")) << "the reboot check consumes it";
 
     // What /fomus sets: Wine's msiexec /f cannot repair (1605 for a package, 1 for a product code).
     ASSERT_EQ(msiexec("/i", "sample-4.50.msi", "REINSTALL=ALL REINSTALLMODE=omus"), 0u);
