@@ -43,10 +43,9 @@ static std::string product() {
 // foreign setting; whatever an earlier run left installed is removed first.
 TEST(Package, InstallRepairUpgradeRemoveAndAFailedInstallation) {
     TestServices services;
-    services.create("SCardSvr");
+    services.create("SCardSvr"), writeString(HKEY_LOCAL_MACHINE, kDecoyKey, "Keep", "other");
     writeRaw(HKEY_LOCAL_MACHINE, "SYSTEM\\CurrentControlSet\\Control\\Class\\{50DD5230-BA8A-11D1-BF5D-0000F805F530}",
              "UpperFilters", REG_MULTI_SZ, std::string("otherflt\0\0", 10));
-    writeString(HKEY_LOCAL_MACHINE, kDecoyKey, "Keep", "other");
     msiexec("/x", "sample-4.51.msi"), msiexec("/x", "sample-4.50.msi");
     LogCapture log;
     ASSERT_EQ(msiexec("/i", "sample-4.50.msi", "ZK_READERS=3 ZK_CLEAR_REGISTRY=1"), 0u)
