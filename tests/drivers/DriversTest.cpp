@@ -87,8 +87,8 @@ TEST(DriverRegistry, FilterListSearchPathAndServiceKeys) {
     const string w = string("%SystemRoot%\\inf;C:\\Vendor") + '\0', inf = string("%SystemRoot%\\inf") + '\0',
                  v = "2" + w, ev = "2" + kEntry + w, eev = "2" + kEntry + kEntry + w, ci = "2C:\\Vendor;" + inf,
                  x = "2C:\\Vendor;C:\\Windows\\System32\\Setup\\Brevant\\Zenkey;" + inf;
-    using Path = Rows<const char*, bool, LONG, string, string>;  // property, install?, result, before, after
-    const Path paths = {
+    // Property, install?, result, before, after.
+    const Rows<const char*, bool, LONG, string, string> paths = {
         {nullptr, true, 0, ev, eev}, {nullptr, false, 0, eev, ev}, {nullptr, false, 0, v, v},
         {nullptr, false, 0, x, ci},  {"0", true, 0, v, v},         {"4294967295", true, 0, v, v},
         {"1", true, 0, v, ev},       {"0", false, 0, ev, v},       {"", true, ERROR_INVALID_HANDLE, v, v},
@@ -260,6 +260,7 @@ TEST_F(InstallRoad, ReaderCountFakeReaderAndFilterReconciledWithTheResourceManag
                 // Wine wants a base name for the catalog; Windows picks one.
                 !exists(zk::zkPassIniPath()) && all.has("Err in " + kOem + "CryptCATAdminAddCatalog FAILED, err=87"))
         << all.dump();
+    deleteValue(HKLM, kClass, "UpperFilters");
 }
 
 // XP never forces the fake reader and leaves "AdminPriv" and the filter catalog alone; Vista does
