@@ -29,112 +29,25 @@ using namespace zktest;
 namespace {
 
 const std::string kSnap = "RMTable::snapshot, ", kEnv = "Win2KCoreInstaller::checkEnvironment(), ",
-                  kBehave = "Win2KCoreInstaller::checkRMbehave(), ", kCheck = "Win2KCoreInstaller::check_RM_behave(), ",
-                  kZenkey = "Software\\Brevant\\Zenkey",
+                  kBehave = "Win2KCoreInstaller::checkRMbehave(), ", kZenkey = "Software\\Brevant\\Zenkey",
                   kTokenClass = "SYSTEM\\CurrentControlSet\\Control\\Class\\{3C1E9A40-5B7D-4E21-9F08-6D2A7C4B1E93}",
                   kCalais = "Software\\Microsoft\\Cryptography\\Calais\\Readers\\",
                   kServices = "SYSTEM\\CurrentControlSet\\Services\\", kMaker = "Brevant Secure Systems Ltd.",
-                  kOverrides = "Software\\Wine\\AppDefaults\\zkrun.exe\\DllOverrides";
+                  kOverrides = "Software\\Wine\\AppDefaults\\zkrun.exe\\DllOverrides",
+                  kStart = "Trace in Win2KCoreInstaller::check_RM_behave(), Start RM to check if configured properly.";
 
 bool exists(const std::string& file) { return GetFileAttributesA(file.c_str()) != INVALID_FILE_ATTRIBUTES; }
 void writeFile(const std::string& path, const std::string& text) { std::ofstream(path, std::ios::binary) << text; }
 
-struct Probes : ::testing::Test {
-    void TearDown() override { EXPECT_EQ(rm.calls("Established"), rm.calls("Released")) << "a context left open"; }
-    Scenario rm;
-    Win2KCoreInstaller installer;
-};
-
 // ---- The resource-manager probes against the winscard stand-in.
 
-TEST_F(Probes, ReaderTableCountsTokenProbeAndReaderWalkWithTheirFailures) {
-    // A failing reader list, seen by the table, the token probe, the counts and the installer's reader walk.
-    std::vector<ReaderEntry> r;
-    std::vector<std::string> names;
-    DWORD token = 1;
-    UINT n = 1, others = 1;
-    const auto listFails = [&](const char* call, LONG rv, LONG seen, const std::vector<std::string>& lines) {
-        if (call) rm.fail(call, rv);
-        LogCapture log;
-        token = n = others = 1;
-        EXPECT_TRUE(RMTable().snapshot(r) == rv && isTokenPresent(token) == seen && installer.checkRMbehave() == seen &&
-                    log.hasInOrder(lines))
-            << log.dump();
-        EXPECT_FALSE(snapshotScardDevice("BVS VR", n, others) || isVirtualReaderPresent() || token || n || others);
-    };
-    listFails(nullptr, 0x8010002e, 0,
-              {"Warn in " + kSnap + "SCARD_E_NO_READERS_AVAILABLE - may be setup on clean system",
-               "Warn in ::isTokenPresent, ignore error SCARD_E_NO_READERS_AVAILABLE (rv=0x8010002e)",
-               "Warn in " + kBehave + "SCARD_E_NO_READERS_AVAILABLE error ignored rv=0x8010002e"});
-    const std::vector<BYTE> atr = {0x3b, 0x02, 0x14, 0x50};
-    rm.readers({"BVS VR 0", "Token 1", "Zero ATR", "BVS ifdh 1"});
-    rm.card("Token 1", atr), rm.card("Zero ATR", std::vector<BYTE>(33, 0)), rm.cardNames(atr, {"Card A", "Card B"});
-    ASSERT_TRUE(RMTable().snapshot(r) == SCARD_S_SUCCESS && r.size() == 4 && r[0].name == "BVS VR 0" &&
-                r[0].hasCard == 0 && r[1].atr == atr && r[2].hasCard && r[2].atr.empty() &&
-                r[1].cardNames == (std::vector<std::string>{"Card A", "Card B"}));
-    // The token probe stops at the first token.
-    EXPECT_TRUE(isTokenPresent(token) == SCARD_S_SUCCESS && token == 1 &&
-                rm.calls("LastCurrentState") == SCARD_STATE_EMPTY && rm.calls("GetStatusChange") == 6 &&
-                RMTable().listReaders(names, "BVS ifdh") == 0 && names == std::vector<std::string>{"BVS ifdh 1"});
-    countIfdhReaders(n, others);
-    EXPECT_TRUE(n == 1 && others == 3 && isVirtualReaderPresent() && is_rm_on());
-    // A failing card or state query keeps the reader; the last failure comes back.
-    rm.fail("ListCardsSize", 0x80100006), rm.fail("GetStatusChange:BVS ifdh 1", 0x8010000a);
-    r.clear();
-    LogCapture log;
-    EXPECT_TRUE(RMTable().snapshot(r) == static_cast<LONG>(0x8010000a) && r.size() == 4 && r[1].hasCard &&
-                r[1].cardNames.empty() && !r[3].hasCard);
-    EXPECT_TRUE(RMTable().listReaders(names, "") == static_cast<LONG>(0x8010000a) && names.empty());
-    rm.readers({"R0", "R1", "R2", "R3", "R4", "R5", "R6", "R7", "R8", "R9", "R10", "R11"});
-    EXPECT_EQ(installer.checkRMbehave(), SCARD_S_SUCCESS);  // only the first ten are logged
-    EXPECT_LOG(log, "Err in " + kSnap + "SCardListCards fails , rv=0x80100006",
-               "Err in " + kSnap + "SCardGetStatusChange fails , rv=0x8010000a",
-               "Err in RMTable::listReaders, snapshot() fails, rv=0x8010000a",
-               "Trace in " + kBehave + "Total readers=0xa");
-    listFails("ListReadersData", 0x80100008, 0x80100008,
-              {"Err in " + kSnap + "SCardListReaders fails read all data, rv=0x80100008",
-               "Err in ::isTokenPresent, SCardListReaders() failed read all data, rv:0x80100008",
-               "Err in " + kBehave + "m_SCardListReaders fails read all data, rv=0x80100008"});
-    listFails("ListReadersSize", 0x80100017, 0x80100017,
-              {"Err in " + kSnap + "SCardListReaders fails, rv=0x80100017",
-               "Err in ::isTokenPresent, SCardListReaders() failed, rv:0x80100017",
-               "Err in " + kBehave + "m_SCardListReaders fails , rv=0x80100017"});
-    listFails("EstablishContext", 0x80100001, 0x80100001,
-              {"Err in " + kSnap + "SCardEstablishContext fails, rv=0x80100001",
-               "Err in ::isTokenPresent, SCardEstablishContext() failed, rv:0x80100001"});
-}
-
-// The reboot decision: every cause is logged; without one the resource manager is stopped.
-TEST_F(Probes, EnvironmentCheckNamesEveryRebootCause) {
-    ScardSvrService service;
-    rm.card("Acme 1", {0x3b, 0x00});
-    // want: nIfdh nVR reboot class running.
-    const auto check = [&](const std::string& want, const std::vector<std::string>& lines) {
-        if (service.state() != SERVICE_RUNNING) service.start();
-        UINT nIfdh = 9, nVR = 9, reboot = 9, classExists = 9;
-        LogCapture log;
-        installer.checkEnvironment(nIfdh, nVR, reboot, classExists);
-        deleteTree(HKLM, kTokenClass);
-        const std::string got = std::to_string(nIfdh) + std::to_string(nVR) + std::to_string(reboot) +
-                                std::to_string(classExists != 0) + std::to_string(service.state() == SERVICE_RUNNING);
-        EXPECT_TRUE(got == want && log.hasInOrder(lines)) << got << log.dump();
-    };
-    const std::string why = "Trace in " + kEnv + "RebootNeeded because ",
-                      fake = "Warn in " + kEnv + "fake reader doesn't exist";
-    rm.readers({"BVS ifdh 0", "BVS VR 0", "BVS ifdh 1"});
-    check("21000", {});
-    rm.readers({"BVS ifdh 0", "BVS VR 0", "Acme 0", "Acme 1"});
-    check("11101", {why + "found TokenPresent", why + "nOthers=2"});
-    rm.readers({"BVS ifdh 0", "Acme 0"}), check("10101", {fake, why + "nOthers=1"});
-    rm.readers({"BVS VR 0"}), writeString(HKLM, kTokenClass, "Class", "Zenkey");
-    check("01110", {"Warn in " + kEnv + "Zenkey Class Exists."});
-    rm.fail("ListReadersSize", 0x80100017), check("00101", {fake, why + "rv=0x80100017"});
-}
-
-// The warning about the resource manager in a real installer session: unless
-// the service account is exactly right, the service starts and contexts work.
-TEST_F(Probes, ResourceManagerCheckWarnsUnlessAccountServiceAndContextsWork) {
-    const std::string start = "Trace in " + kCheck + "Start RM to check if configured properly.";
+// The warning about the resource manager in a real installer session: unless the service account is exactly
+// right, the service starts and contexts work. The reboot decision: every cause is logged; without one the
+// resource manager is stopped. Then, on a fresh stand-in: the reader table, the counts, the token probe and the
+// installer's reader walk, with their failures.
+TEST(Probes, ResourceManagerWarningRebootCausesReaderTableAndTokenProbe) {
+    Scenario rm;
+    Win2KCoreInstaller installer;
     TestSession session(TestSession::Ui::Scripted, IDCANCEL);
     LogCapture log;
     installer.check_RM_behave(session.handle());                                                // no service
@@ -150,14 +63,81 @@ TEST_F(Probes, ResourceManagerCheckWarnsUnlessAccountServiceAndContextsWork) {
     service.setObjectName("NT AUTHORITY\\LocalService"), rm.readers({"BVS VR 0"});
     installer.check_RM_behave(session.handle());
     EXPECT_TRUE(TestSession::messageCount() == 2 && service.state() == SERVICE_RUNNING);
-    rm.fail("EstablishContext", 0x80100001);
-    service.setObjectName("NT AUTHORITY\\LocalService");  // starting the service rewrote it
+    // Wanted: nIfdh nVR reboot class running.
+    const auto check = [&](const std::vector<UINT>& want, const std::vector<std::string>& lines) {
+        UINT nIfdh = 9, nVR = 9, reboot = 9, classExists = 9;
+        LogCapture log;
+        installer.checkEnvironment(nIfdh, nVR, reboot, classExists);
+        deleteTree(HKLM, kTokenClass);
+        EXPECT_EQ(std::vector<UINT>({nIfdh, nVR, reboot, classExists, service.state() == SERVICE_RUNNING}), want);
+        EXPECT_TRUE(log.hasInOrder(lines)) << log.dump();
+    };
+    const std::string why = "Trace in " + kEnv + "RebootNeeded because ",
+                      fake = "Warn in " + kEnv + "fake reader doesn't exist";
+    rm.card("Acme 1", {0x3b, 0x00}), rm.readers({"BVS ifdh 0", "Acme 1"});
+    check({1, 0, 1, 0, 1}, {fake, why + "found TokenPresent", why + "nOthers=1"});  // a cause: the service runs on
+    rm.readers({"BVS ifdh 0", "BVS VR 0", "BVS ifdh 1"}), check({2, 1, 0, 0, 0}, {});
+    rm.readers({"BVS VR 0"}), writeString(HKLM, kTokenClass, "Class", "Zenkey");
+    check({0, 1, 1, 1, 0}, {"Warn in " + kEnv + "Zenkey Class Exists."});
+    rm.fail("ListReadersSize", 0x80100017), check({0, 0, 1, 0, 0}, {fake, why + "rv=0x80100017"});
+    // Starting the service rewrote its account.
+    rm.fail("EstablishContext", 0x80100001), service.setObjectName("NT AUTHORITY\\LocalService");
     installer.check_RM_behave(session.handle());
     EXPECT_TRUE(TestSession::messageCount() == 3 && rmConfigDlgText() == "Resource manager needs care." &&
-                log.count(start) == 2);  // not with the wrong account
+                log.count(kStart) == 2);  // not with the wrong account
     EXPECT_LOG(log, "Err in ::rmObjectName, registry HKLM\\" + kServices + "SCardSvr, rv=0x2",
                "Err in Win2KCoreInstaller::checkRMObjName(), under XP RM must run as NT AUTHORITY\\LocalService...",
-               start, "Err in " + kBehave + "SCardEstablishContext fails , rv=0x80100001");
+               kStart, "Err in " + kBehave + "SCardEstablishContext fails , rv=0x80100001");
+    Scenario();  // a fresh stand-in: no readers, no failures, no calls counted
+    // A failing reader list, seen by the table, the token probe, the counts and the installer's reader walk.
+    std::vector<ReaderEntry> r;
+    std::vector<std::string> names;
+    DWORD token = 1;
+    UINT n = 1, others = 1;
+    const auto listFails = [&](const char* call, LONG rv, LONG seen, const std::vector<std::string>& lines) {
+        LogCapture log;
+        rm.fail(call, rv), token = n = others = 1;
+        EXPECT_TRUE(RMTable().snapshot(r) == rv && isTokenPresent(token) == seen && installer.checkRMbehave() == seen &&
+                    log.hasInOrder(lines))
+            << log.dump();
+        EXPECT_FALSE(snapshotScardDevice("BVS VR", n, others) || isVirtualReaderPresent() || token || n || others);
+    };
+    const std::vector<BYTE> atr = {0x3b, 0x02, 0x14, 0x50};
+    rm.readers({"BVS VR 0", "Token 1", "Zero ATR", "BVS ifdh 1"}), rm.card("Token 1", atr),
+        rm.card("Zero ATR", std::vector<BYTE>(33, 0)), rm.cardNames(atr, {"Card A", "Card B"});
+    ASSERT_TRUE(RMTable().snapshot(r) == SCARD_S_SUCCESS && r.size() == 4 && r[0].name == "BVS VR 0" &&
+                r[0].hasCard == 0 && r[1].atr == atr && r[2].hasCard && r[2].atr.empty() &&
+                r[1].cardNames == (std::vector<std::string>{"Card A", "Card B"}));
+    // The token probe stops at the first token.
+    EXPECT_TRUE(isTokenPresent(token) == SCARD_S_SUCCESS && token == 1 &&
+                rm.calls("LastCurrentState") == SCARD_STATE_EMPTY && rm.calls("GetStatusChange") == 6 &&
+                RMTable().listReaders(names, "BVS ifdh") == 0 && names == std::vector<std::string>{"BVS ifdh 1"});
+    countIfdhReaders(n, others);
+    EXPECT_TRUE(n == 1 && others == 3 && isVirtualReaderPresent() && is_rm_on());
+    // A failing card or state query keeps the reader; the last failure comes back.
+    rm.fail("ListCardsSize", 0x80100006), rm.fail("GetStatusChange:BVS ifdh 1", 0x8010000a);  // appended to the four
+    EXPECT_TRUE(RMTable().snapshot(r) == LONG(0x8010000a) && r.size() == 8 && r[5].hasCard && r[5].cardNames.empty() &&
+                !r[7].hasCard && RMTable().listReaders(names, "") == LONG(0x8010000a) && names.empty());
+    rm.readers({"R0", "R1", "R2", "R3", "R4", "R5", "R6", "R7", "R8", "R9", "R10", "R11"});
+    EXPECT_EQ(installer.checkRMbehave(), SCARD_S_SUCCESS);  // only the first ten are logged
+    EXPECT_LOG(log, "Err in " + kSnap + "SCardListCards fails , rv=0x80100006",
+               "Err in " + kSnap + "SCardGetStatusChange fails , rv=0x8010000a",
+               "Err in RMTable::listReaders, snapshot() fails, rv=0x8010000a",
+               "Trace in " + kBehave + "Total readers=0xa");
+    listFails("ListReadersData", 0x80100008, 0x80100008,
+              {"Err in " + kSnap + "SCardListReaders fails read all data, rv=0x80100008",
+               "Err in ::isTokenPresent, SCardListReaders() failed read all data, rv:0x80100008",
+               "Err in " + kBehave + "m_SCardListReaders fails read all data, rv=0x80100008"});
+    listFails("ListReadersSize", 0x8010002e, 0,
+              {"Warn in " + kSnap + "SCARD_E_NO_READERS_AVAILABLE - may be setup on clean system"});
+    listFails("ListReadersSize", 0x80100017, 0x80100017,
+              {"Err in " + kSnap + "SCardListReaders fails, rv=0x80100017",
+               "Err in ::isTokenPresent, SCardListReaders() failed, rv:0x80100017",
+               "Err in " + kBehave + "m_SCardListReaders fails , rv=0x80100017"});
+    listFails("EstablishContext", 0x80100001, 0x80100001,
+              {"Err in " + kSnap + "SCardEstablishContext fails, rv=0x80100001",
+               "Err in ::isTokenPresent, SCardEstablishContext() failed, rv:0x80100001"});
+    EXPECT_EQ(rm.calls("Established"), rm.calls("Released")) << "a context left open";
 }
 
 // Windows 2000: the resource-manager check and the USB token removal do nothing.
@@ -166,8 +146,7 @@ TEST(OlderPlatform, NoResourceManagerCheckNoTokenRemoval) {
     TestDevices devices;
     const std::string token = devices.addUsb("VID_7A3C&PID_0001", "ZK0009", kMaker);
     Win2KCoreInstaller().check_RM_behave(session.handle());
-    EXPECT_TRUE(!Win2KCoreInstaller().DeleteBrevantEnumDevice() && deviceExists(token) &&
-                TestSession::messageCount() == 0);
+    EXPECT_TRUE(!Win2KCoreInstaller().DeleteBrevantEnumDevice() && deviceExists(token) && !TestSession::messageCount());
 }
 
 // ---- Removal of files (devices and USB instance keys: in the uninstall scenario).
@@ -177,30 +156,27 @@ TEST(OlderPlatform, NoResourceManagerCheckNoTokenRemoval) {
 // read-only settings file goes.
 TEST(Files, InfPackagesWithTheirTwinsAndTheSettingsFile) {
     // A line longer than the 512-byte line buffer is read in pieces, each one counting as a line. Wanted:
-    // the first, sixth and eighth; the last has the name cut off.
+    // the first, fifth and seventh; the last has the name cut off.
     const std::string longLine = "; " + std::string(598, 'x') + "\r\n", ours = "CatalogFile = bvsup.cat";
-    std::string wanted;
+    std::string left;
     for (const std::string& text : std::vector<std::string>{
-             "CATALOGFILE = BVSUP.CAT ; comment", "CatalogFile=bvsup.cat", "CatalogFile = bvsifdh.cat",
-             "CatalogFile = xbvsup.cat", "CatalogFile = other.cat ; bvsup.cat", std::string(19, '\n') + ours,
-             std::string(20, '\n') + ours, longLine + std::string(17, '\n') + ours,
-             longLine + std::string(18, '\n') + ours, std::string(500, ' ') + ours})
-        wanted += isBrevantInfText(text, "BvsUp") ? '1' : '0';
-    EXPECT_EQ(wanted, "1000010100");
+             "CATALOGFILE = BVSUP.CAT ; comment", "CatalogFile=bvsup.cat", "CatalogFile = xbvsup.cat",
+             "CatalogFile = other.cat ; bvsup.cat", std::string(19, '\n') + ours, std::string(20, '\n') + ours,
+             longLine + std::string(17, '\n') + ours, longLine + std::string(18, '\n') + ours,
+             std::string(500, ' ') + ours})
+        left += isBrevantInfText(text, "BvsUp") ? '1' : '0';
 
     const std::string dir = infFolder(), ini = systemDirectory() + "\\zkpass.ini";
-    for (const char* name : {"oem9101.inf", "oem9101.pnf", "zk9105.inf", "zk9105.pnf"}) writeFile(dir + name, ours);
-    writeFile(dir + "OEM9102.INF", "catalogfile = BVSUP.cat");  // no PNF twin
-    writeFile(dir + "bvs9104.inf", std::string(20, '\n') + ours);
+    const char* const files[] = {"oem91.inf", "oem91.pnf", "OEM92.INF", "zk95.inf", "zk95.pnf"};
+    for (const char* name : files) writeFile(dir + name, ours);
     writeFile(ini, "[zkpass]"), SetFileAttributesA(ini.c_str(), FILE_ATTRIBUTE_READONLY);
     LogCapture log;
     EXPECT_FALSE(DeleteBrevantsInfPnf(false, "bvsup") || DeleteBrevantInf("oem9101.txt", 0) ||
                  DeleteBrevantInf("..\\oem9101.inf", 0));
     zkPassIniDelete();
-    std::string left = exists(ini) ? "zkpass.ini " : "";
-    for (const char* name : {"oem9101.inf", "oem9101.pnf", "OEM9102.INF", "bvs9104.inf", "zk9105.inf", "zk9105.pnf"})
-        left += exists(dir + name) && DeleteFileA((dir + name).c_str()) ? std::string(name) + " " : "";
-    EXPECT_EQ(left, "bvs9104.inf zk9105.inf zk9105.pnf ");
+    left += exists(ini) ? " zkpass.ini" : "";
+    for (const char* name : files) left += DeleteFileA((dir + name).c_str()) ? " " + std::string(name) : "";
+    EXPECT_EQ(left, "100010100 zk95.inf zk95.pnf");
     EXPECT_LOG(log, "Err in DeleteBrevantInf(), failure on file - not .inf type: oem9101.txt",
                "Err in DeleteBrevantInf(), illegal name: ..\\oem9101.inf");
 }
@@ -296,13 +272,13 @@ TEST(Uninstall, WhatAnInstallationLeftGoesAnotherVendorsThingsStay) {
     deleteTree(HKLM, "Software\\Brevant"), deleteTree(HKEY_USERS, "S-1-5-21-0-0-0-1000\\Software\\Brevant");
 }
 
-// The answer and UninstRegClean decide the clean-up ("N" in the line: kept), UninstallMsg the restart text.
+// The answer and UninstRegClean decide the clean-up ("N" in the line: kept), UninstallMsg the restart text
+// (0: none).
 TEST(UninstallOnce, CheckUninstallAsksThenCleansUp) {
     for (const auto& [regClean, answer, line] :
          {std::tuple{1, IDYES, "YES , bQuest=1"}, {0, IDYES, "NO - "}, {-1, IDNO, "YES , bQuest=4294967295"}}) {
-        writeDword(HKLM, kZenkey + "\\Cache", "v", 1);
         if (regClean >= 0) writeDword(HKLM, kFlagKey, "UninstRegClean", regClean);
-        writeDword(HKLM, kFlagKey, "UninstallMsg", regClean == 1);  // 0: no restart text
+        writeDword(HKLM, kZenkey + "\\Cache", "v", 1), writeDword(HKLM, kFlagKey, "UninstallMsg", regClean == 1);
         TestSession session(TestSession::Ui::Scripted, answer);
         LogCapture log;
         EXPECT_TRUE(CoreCheckUninstall(session.handle()) == 0 &&
@@ -328,10 +304,9 @@ TEST(Faults, UninstallLogsAndSucceeds) {
     LogCapture log;
     EXPECT_TRUE(CoreUninstall(0, 0) == 0 && devicesWithId("*BVS0001").empty() &&
                 readString(HKLM, kReaderClassKey, "UpperFilters") == "zKSCFLT" && !log.contains("::isTokenPresent"));
-    deleteValue(HKLM, kReaderClassKey, "UpperFilters"), devices.addReader("*BVS0001");
-    writeString(HKEY_CURRENT_USER, kOverrides, "setupapi", "");
+    devices.addReader("*BVS0001"), writeString(HKEY_CURRENT_USER, kOverrides, "setupapi", "");
     const std::string out = runRunner("CoreUninstall 0 0").output;
-    deleteTree(HKEY_CURRENT_USER, kOverrides);
+    deleteTree(HKEY_CURRENT_USER, kOverrides), deleteValue(HKLM, kReaderClassKey, "UpperFilters");
     EXPECT_TRUE(out.find("result=0 (0x0)") != std::string::npos && devicesWithId("*BVS0001").size() == 1) << out;
     for (const char* part :
          {"Failed to load <msi.dll> , err(0x", "::is_rm_on, SCardEstablishContext() failed, rv:0x801",
