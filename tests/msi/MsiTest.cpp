@@ -166,9 +166,7 @@ TEST(Products, DiscoveryEditsAndRemoval) {
     EXPECT_TRUE(w.unInstallProducts({kAbsent, k39}) == 0 && state(k39) == -1 && !fs::exists(kRoot + "3.9\\bvsup.sys") &&
                 w.msiUnInstallProduct(k39) == 0 &&
                 log.count(std::string("Trace in msiWrapper::msiUnInstallProduct, Uninstalling xxx: ") + k39) == 1 &&
-                log.hasInOrder({"Trace in msiWrapper::unInstallProducts9X, unInstallProducts9X IN",
-                                "Err in msiWrapper::msiUnInstallProduct, not a product code: X",
-                                "Trace in msiWrapper::unInstallProductsNT4, unInstallProductsNT4 IN"}))
+                log.has("Err in msiWrapper::msiUnInstallProduct, not a product code: X"))
         << log.dump();
     releases({});
 }
@@ -194,8 +192,7 @@ TEST(NoMsi, EveryServiceFails) {
                      "initialize.",
                      "Err in msiWrapper::msiRemoveNewerVerCondition, msiWrapper::getPropVal, failed to initialize.",
                      "Err in CoreCheckUncompatibleApp, msiw.GetProductCodeByUpgrade(app_upgrade_code,app_hint,product) "
-                     "rv=0x80090020",
-                     "Trace in CoreMSITest, internalMsiMessageBox failed, try use Windows MsgBox"}))
+                     "rv=0x80090020"}))
         << log.dump();
 }
 
