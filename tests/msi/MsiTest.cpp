@@ -106,6 +106,7 @@ TEST(Products, DiscoveryEditsAndRemoval) {
                 w.intGetProductVersion(k450, version) == 0 && version.rfind("4.50.0", 0) == 0 &&
                 zk::isProductCode(last.c_str()) && w.isProductExists({kAbsent, k39, "X", "", k450}) &&
                 !w.isProductExists({kAbsent}) && w.getLocalPackage("X").empty() &&
+                log.contains(walk + "product name: ZK Test MRV") &&
                 log.hasInOrder({walk + "msiWrapper::GetProductCodeByUpgrade() hint=ZK Test MRV upgrade: " + kUpgrade,
                                 "Warn in msiWrapper::GetProductCodeByUpgrade, Warn - possible found product by hint "
                                 "(but we use WSI Upgrade page property instead of MsiOpenProduct() to solve WSO "
