@@ -52,7 +52,7 @@ TEST(Config, ReadersOverwriteOnlyWithValidProperties) {
         "PROP_ADVANCED_VIEW|" +
         std::string(1024, '7');
     for (const auto& [reader, action] : readers) {
-        const bool byText = action != PKIInstall, logsStored = action == CoreStoreProps;
+        const bool byText = action != PKIInstall, storesOnly = action == CoreStoreProps;
         clean();
         values(kNames, 77);
         deleteValue(HKEY_LOCAL_MACHINE, kKey + "CAPI\\IEXPLORE.EXE", "DefEnrollType");  // the one default written
@@ -77,9 +77,7 @@ TEST(Config, ReadersOverwriteOnlyWithValidProperties) {
                  "Warn in setPropRegistryVal - new, Range fail value 1001 for property PROP_PCSCSLOTS"}) &&
             log.has("Err in msiWrapper::getPropVal(), cannot parse property value to DWORD") != byText &&
             log.contains(" explorer_defenrol=0xffffffff upd_infpath=0x0") == byText &&
-            log.has(std::string("Trace in ") + reader +
-                    ", stored PROP_EXPLORER_DEFENROL in MIDDLEWARE\\CAPI\\IEXPLORE.EXE\\DefEnrollType") == logsStored &&
-            log.count("updateBrowserModules: entry <time>  add=1") == !logsStored)
+            log.count("updateBrowserModules: entry <time>  add=1") == !storesOnly)
             << reader << log.dump();
     }
     const zk::RangeDecision high = zk::applyRange("PROP_SINGLELOGONTO", 10001), other = zk::applyRange("PROP_X", 12),

@@ -106,6 +106,7 @@ TEST(Products, DiscoveryEditsAndRemoval) {
                 w.intGetProductVersion(k450, version) == 0 && version.rfind("4.50.0", 0) == 0 &&
                 zk::isProductCode(last.c_str()) && w.isProductExists({kAbsent, k39, "X", "", k450}) &&
                 !w.isProductExists({kAbsent}) && w.getLocalPackage("X").empty() &&
+                log.contains(walk + "product name: ZK Test MRV") &&
                 log.hasInOrder({walk + "msiWrapper::GetProductCodeByUpgrade() hint=ZK Test MRV upgrade: " + kUpgrade,
                                 "Warn in msiWrapper::GetProductCodeByUpgrade, Warn - possible found product by hint "
                                 "(but we use WSI Upgrade page property instead of MsiOpenProduct() to solve WSO "
@@ -166,9 +167,7 @@ TEST(Products, DiscoveryEditsAndRemoval) {
     EXPECT_TRUE(w.unInstallProducts({kAbsent, k39}) == 0 && state(k39) == -1 && !fs::exists(kRoot + "3.9\\bvsup.sys") &&
                 w.msiUnInstallProduct(k39) == 0 &&
                 log.count(std::string("Trace in msiWrapper::msiUnInstallProduct, Uninstalling xxx: ") + k39) == 1 &&
-                log.hasInOrder({"Trace in msiWrapper::unInstallProducts9X, unInstallProducts9X IN",
-                                "Err in msiWrapper::msiUnInstallProduct, not a product code: X",
-                                "Trace in msiWrapper::unInstallProductsNT4, unInstallProductsNT4 IN"}))
+                log.has("Err in msiWrapper::msiUnInstallProduct, not a product code: X"))
         << log.dump();
     releases({});
 }
@@ -194,8 +193,7 @@ TEST(NoMsi, EveryServiceFails) {
                      "initialize.",
                      "Err in msiWrapper::msiRemoveNewerVerCondition, msiWrapper::getPropVal, failed to initialize.",
                      "Err in CoreCheckUncompatibleApp, msiw.GetProductCodeByUpgrade(app_upgrade_code,app_hint,product) "
-                     "rv=0x80090020",
-                     "Trace in CoreMSITest, internalMsiMessageBox failed, try use Windows MsgBox"}))
+                     "rv=0x80090020"}))
         << log.dump();
 }
 
