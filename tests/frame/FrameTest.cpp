@@ -147,8 +147,9 @@ TEST(System, ServicesAndPrograms) {
     LogCapture log;
     startService(scm, "scardsvr"), setServiceStartType(scm, "SCardSvr", nullptr);
     setServiceStartType(scm, "SCardSvr", services.open("SCardSvr", SERVICE_QUERY_STATUS).get());
-    EXPECT_EQ(services.startType(), DWORD(SERVICE_DEMAND_START));
-    EXPECT_EQ((startService(scm, "SCARDSVR"), services.startType()), DWORD(SERVICE_AUTO_START));
+    const auto startType = [] { return readDword(HKLM, "SYSTEM\\CurrentControlSet\\Services\\SCardSvr", "Start"); };
+    EXPECT_EQ(startType().value_or(0), DWORD(SERVICE_DEMAND_START));
+    EXPECT_EQ((startService(scm, "SCARDSVR"), startType().value_or(0)), DWORD(SERVICE_AUTO_START));
     stopService(scm, "SCardSvr", reboot), stopService(scm, "SCardSvr", reboot), deleteService(scm, "SCardSvr", reboot);
     startService(scm, "zkFailingService"), startService(scm, "zkNoSuchService");
     stopService(scm, "zkNoSuchService", reboot), deleteService(scm, "zkNoSuchService", reboot);

@@ -69,15 +69,6 @@ void removeUpperFilter() {
 bool exists(const std::string& path) { return GetFileAttributesA(path.c_str()) != INVALID_FILE_ATTRIBUTES; }
 }  // namespace
 
-std::string DriverStage::setupFolder() { return zk::systemDirectory() + "\\setup\\Brevant\\Zenkey"; }
-std::string DriverStage::driversFolder() { return zk::systemDirectory() + "\\drivers"; }
-// Spelled as Wine reports catalog paths.
-std::string DriverStage::catalogFolder() {
-    return zk::systemDirectory() + "\\catroot\\{f750e6c3-38ee-11d1-85e5-00c04fc295ee}";
-}
-std::string DriverStage::infFolder() { return zk::windowsDirectory() + "\\inf"; }
-std::string DriverStage::fixture(const std::string& relative) { return env("ZK_FIXTURES") + "\\drivers\\" + relative; }
-
 DriverStage::DriverStage() {
     cleanUp();
     classKeyExisted_ = keyExists(HKEY_LOCAL_MACHINE, kClassKey);
@@ -86,18 +77,6 @@ DriverStage::DriverStage() {
         for (const char* ext : {".inf", ".sys", ".cat"})
             replaceSource(name + std::string(ext), std::string("package\\") + name + ext);
 }
-
-DriverStage::~DriverStage() { cleanUp(); }
-
-void DriverStage::replaceSource(const std::string& name, const std::string& fixtureRelative) const {
-    CopyFileA(fixture(fixtureRelative).c_str(), (setupFolder() + "\\" + name).c_str(), FALSE);
-}
-
-void DriverStage::placeTarget(const std::string& name, const std::string& fixtureRelative) const {
-    CopyFileA(fixture(fixtureRelative).c_str(), (driversFolder() + "\\" + name).c_str(), FALSE);
-}
-
-void DriverStage::removeSource(const std::string& name) const { DeleteFileA((setupFolder() + "\\" + name).c_str()); }
 
 void DriverStage::placeCatalog(const std::string& name, const std::string& fixtureRelative) {
     SHCreateDirectoryExA(nullptr, catalogFolder().c_str(), nullptr);

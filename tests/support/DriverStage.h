@@ -4,8 +4,13 @@
 // catroot and the reader class "UpperFilters" entry.
 #pragma once
 
+#include <windows.h>
+
 #include <string>
 #include <vector>
+
+#include "frame/Win32.h"
+#include "support/TestProcess.h"
 
 namespace zktest {
 
@@ -14,23 +19,29 @@ public:
     // Cleans up leftovers of an earlier run, then copies the package
     // (3 INF, 3 SYS, 3 CAT in version 2.5.100.7) into the setup folder.
     DriverStage();
-    ~DriverStage();  // cleanUp()
+    ~DriverStage() { cleanUp(); }
     DriverStage(const DriverStage&) = delete;
     DriverStage& operator=(const DriverStage&) = delete;
 
-    static std::string setupFolder();    // <system dir>\setup\Brevant\Zenkey
-    static std::string driversFolder();  // <system dir>\drivers
-    static std::string catalogFolder();  // <system dir>\catroot\{F750E6C3-...}
-    static std::string infFolder();      // <windows dir>\inf
+    static std::string setupFolder() { return zk::systemDirectory() + "\\setup\\Brevant\\Zenkey"; }
+    static std::string driversFolder() { return zk::systemDirectory() + "\\drivers"; }
+    static std::string catalogFolder() {  // spelled as Wine reports catalog paths
+        return zk::systemDirectory() + "\\catroot\\{f750e6c3-38ee-11d1-85e5-00c04fc295ee}";
+    }
+    static std::string infFolder() { return zk::windowsDirectory() + "\\inf"; }
     // A fixture file, e.g. fixture("package\\bvsup.inf") or fixture("2.6.0.0\\bvsup.sys").
-    static std::string fixture(const std::string& relative);
+    static std::string fixture(const std::string& relative) { return env("ZK_FIXTURES") + "\\drivers\\" + relative; }
 
     // Replaces a staged file with a fixture (e.g. another version of a .sys).
-    void replaceSource(const std::string& name, const std::string& fixtureRelative) const;
+    void replaceSource(const std::string& name, const std::string& fixtureRelative) const {
+        CopyFileA(fixture(fixtureRelative).c_str(), (setupFolder() + "\\" + name).c_str(), FALSE);
+    }
     // Puts a fixture into the drivers folder as `name` (an installed older/newer driver).
-    void placeTarget(const std::string& name, const std::string& fixtureRelative) const;
+    void placeTarget(const std::string& name, const std::string& fixtureRelative) const {
+        CopyFileA(fixture(fixtureRelative).c_str(), (driversFolder() + "\\" + name).c_str(), FALSE);
+    }
     // Deletes one staged file.
-    void removeSource(const std::string& name) const;
+    void removeSource(const std::string& name) const { DeleteFileA((setupFolder() + "\\" + name).c_str()); }
     // Puts a fixture catalog into catroot under `name`; cleanUp removes it.
     void placeCatalog(const std::string& name, const std::string& fixtureRelative);
 

@@ -44,6 +44,8 @@ const bool registered = [] {
 
 }  // namespace
 
+Scenario::Scenario() { deleteTree(HKLM, kScenarioKey); }
+
 }  // namespace zktest
 
 void zktest::ScardSvrService::setObjectName(const std::string& account) const {

@@ -22,7 +22,9 @@ inline std::string multiString(const std::vector<std::string>& names) {
 
 class Scenario {
 public:
-    Scenario() { deleteTree(HKLM, kScenarioKey); }  // starts from an empty scenario: no readers
+    // Starts from an empty scenario: no readers. Defined in StandIn.cpp, so that a program using a scenario links
+    // that file and with it the stand-in's installation.
+    Scenario();
     ~Scenario() { deleteTree(HKLM, kScenarioKey); }
 
     void readers(const std::vector<std::string>& names) {

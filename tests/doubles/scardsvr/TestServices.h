@@ -50,14 +50,6 @@ public:
         SERVICE_STATUS status = {};
         return QueryServiceStatus(open(name, SERVICE_QUERY_STATUS).get(), &status) ? status.dwCurrentState : 0;
     }
-    DWORD startType() const {  // of SCardSvr; 0xFFFFFFFF when it cannot be queried
-        std::vector<char> buf(8192);
-        DWORD needed = 0;
-        auto* config = reinterpret_cast<QUERY_SERVICE_CONFIGA*>(buf.data());
-        const zk::ServiceHandle s = open("SCardSvr", SERVICE_QUERY_CONFIG);
-        return QueryServiceConfigA(s.get(), config, static_cast<DWORD>(buf.size()), &needed) ? config->dwStartType
-                                                                                             : 0xFFFFFFFF;
-    }
     SC_HANDLE scm() const { return manager_.get(); }
 
 private:
