@@ -65,8 +65,6 @@ bool LogCapture::hasInOrder(const std::vector<std::string>& wanted) const {
     return true;
 }
 
-bool LogCapture::has(const std::string& line) const { return count(line) > 0; }
-
 int LogCapture::count(const std::string& line) const {
     const auto all = lines();
     return static_cast<int>(std::count(all.begin(), all.end(), line));

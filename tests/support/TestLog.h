@@ -16,7 +16,7 @@ public:
     std::string raw() const;
     // True when `wanted` appear in this order (other lines may stand between).
     bool hasInOrder(const std::vector<std::string>& wanted) const;
-    bool has(const std::string& line) const;
+    bool has(const std::string& line) const { return count(line) > 0; }
     // True when `text` stands anywhere in the raw bytes (part of a line is enough).
     bool contains(const std::string& text) const { return raw().find(text) != std::string::npos; }
     // Number of lines equal to `line`.

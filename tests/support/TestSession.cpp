@@ -35,8 +35,8 @@ MsiApi& MsiApi::get() {
         GetSystemDirectoryA(dir, MAX_PATH);
         a.module = LoadLibraryA((std::string(dir) + "\\msi.dll").c_str());
         if (a.module)
-            ZK_BIND(a, OpenPackageA), ZK_BIND(a, SetPropertyA), ZK_BIND(a, GetPropertyA), ZK_BIND(a, CloseHandle),
-                ZK_BIND(a, SetInternalUI), ZK_BIND(a, SetExternalUIA), ZK_BIND(a, GetMode);
+            ZK_BIND(a, OpenPackageA), ZK_BIND(a, SetPropertyA), ZK_BIND(a, CloseHandle), ZK_BIND(a, SetInternalUI),
+                ZK_BIND(a, SetExternalUIA), ZK_BIND(a, GetMode);
         return a;
     }();
     return api;
@@ -45,17 +45,12 @@ MsiApi& MsiApi::get() {
 TestSession::TestSession(Ui ui, int answer) {
     MsiApi& msi = MsiApi::get();
     if (!msi.module) return;
-    if (ui == Ui::Silent) {
-        msi.SetExternalUIA(nullptr, 0, nullptr);
-        msi.SetInternalUI(2 /*INSTALLUILEVEL_NONE*/, nullptr);
-    } else {
-        g_answer = answer;
-        g_lastMessage.clear();
-        g_messages = 0;
-        // No internal UI: an unanswered box must never wait for a person.
-        msi.SetInternalUI(2 /*INSTALLUILEVEL_NONE*/, nullptr);
-        msi.SetExternalUIA(reinterpret_cast<void*>(&scriptedAnswer), kAnsweredTypes, nullptr);
-    }
+    const bool scripted = ui == Ui::Scripted;
+    if (scripted) g_answer = answer, g_lastMessage.clear(), g_messages = 0;
+    // No internal UI: an unanswered box must never wait for a person.
+    msi.SetInternalUI(2 /*INSTALLUILEVEL_NONE*/, nullptr);
+    msi.SetExternalUIA(scripted ? reinterpret_cast<void*>(&scriptedAnswer) : nullptr, scripted ? kAnsweredTypes : 0,
+                       nullptr);
     msi.OpenPackageA((env("ZK_FIXTURES") + "\\session.msi").c_str(), &handle_);
 }
 

@@ -16,7 +16,6 @@ struct MsiApi {
     HMODULE module = nullptr;
     UINT(WINAPI* OpenPackageA)(LPCSTR, MsiHandle*) = nullptr;
     UINT(WINAPI* SetPropertyA)(MsiHandle, LPCSTR, LPCSTR) = nullptr;
-    UINT(WINAPI* GetPropertyA)(MsiHandle, LPCSTR, LPSTR, DWORD*) = nullptr;
     UINT(WINAPI* CloseHandle)(MsiHandle) = nullptr;
     int(WINAPI* SetInternalUI)(int, HWND*) = nullptr;
     void*(WINAPI* SetExternalUIA)(void*, DWORD, void*) = nullptr;
