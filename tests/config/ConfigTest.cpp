@@ -106,9 +106,9 @@ TEST(Config, InstalledThenRemoved) {
     const std::string app = kShared + "DuoStore Partition\\DuoStorePartition.exe",
                       more = " GENERAL\\Foreign Install\\Reboot", modutil = kShared + "modutil\\modutil.exe",
                       op = "pkcs11_netscape_update_new, ";
-    const Rows dirs = {kData + "Mozilla\\Firefox\\Profiles\\abc.default",
-                       kData + "Mozilla\\Firefox\\Profiles\\my old profile",
-                       kData + "Mozilla\\Profiles\\default\\x1y2.slt", kData + "Netscape\\Mozilla\\nets.default"};
+    const std::string dirs[] = {
+        kData + "Mozilla\\Firefox\\Profiles\\abc.default", kData + "Mozilla\\Firefox\\Profiles\\my old profile",
+        kData + "Mozilla\\Profiles\\default\\x1y2.slt", kData + "Netscape\\Mozilla\\nets.default"};
     for (const std::string& file : {app, dirs[0] + "\\secmod.db", dirs[1] + "\\secmod.db", dirs[2] + "\\secmod.db"})
         touch(file);
     TestSession session;
@@ -142,11 +142,10 @@ TEST(Config, InstalledThenRemoved) {
     writeString(HKEY_LOCAL_MACHINE, kKey + "CertStore", "RemoveFromTokenOnRemoveFromStoreTemplates", "T");
     values(more, 1);
     g_asked.clear(), g_count = 0, g_cancel = 2;
-    EXPECT_TRUE(PKIRemove(session.handle()) == 0 &&
+    EXPECT_TRUE(PKIRemove(session.handle()) == 0 && readFileFrom(kRecord, 0) == commands && g_count == 4 &&
                 values(kNames + more) == "- - - - - - - - - - - - - - - - - - - - - 1 1");
     for (const char* gone : {"InitApp", "CertStore", "PQ", "CAPI", "zkPropsApps"})
         EXPECT_FALSE(keyExists(HKEY_LOCAL_MACHINE, kKey + gone)) << gone;
-    EXPECT_TRUE(readFileFrom(kRecord, 0) == commands && g_count == 4);
     for (const char* gone : {"Mozilla", "Netscape\\Mozilla"}) fs::remove_all(kData + gone);
     EXPECT_TRUE(PKIInstall(session.handle()) == 0 && zk::browserName("D:\\P\\secmod.db") == "Mozilla Firefox" &&
                 log.hasInOrder({"Warn in " + op + "data base file gone, skipped: " + dirs[0] + "\\secmod.db",

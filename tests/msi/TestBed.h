@@ -14,5 +14,4 @@
 #include "support/TestSession.h"
 
 using namespace zktest;
-using Rows = std::vector<std::string>;
 namespace fs = std::filesystem;
