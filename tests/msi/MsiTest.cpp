@@ -15,10 +15,8 @@ const std::string kRoot = "C:\\Program Files\\ZK Test MRV\\",
                   kExec = "Trace in msiWrapper::executeDb, executeDb: ", kTmp = env("TEMP") + "\\";
 
 // msi.dll is bound at run time, so the program also starts where it is disabled.
-int state(const char* code) {
-    return reinterpret_cast<int(WINAPI*)(LPCSTR)>(
-        reinterpret_cast<void*>(GetProcAddress(MsiApi::get().module, "MsiQueryProductStateA")))(code);
-}
+const auto state = reinterpret_cast<int(WINAPI*)(LPCSTR)>(
+    reinterpret_cast<void*>(GetProcAddress(MsiApi::get().module, "MsiQueryProductStateA")));
 std::string copy(const char* file, const std::string& to) {
     return CopyFileA((env("ZK_FIXTURES") + "\\releases\\" + file).c_str(), to.c_str(), FALSE) ? to : "";
 }
@@ -58,10 +56,6 @@ TEST(Checks, QuestionsSessionsVersionsAndRuntimeFiles) {
                 zk::isUncompatibleVersion(4, 50, 4, 50) && !zk::isUncompatibleVersion(4, 51, 4, 50));
     deleteTree(HKEY_LOCAL_MACHINE, "Software\\Brevant");
     TestSession asked(TestSession::Ui::Scripted, IDOK);  // an answer passed through: OK
-    EXPECT_TRUE(w.internalMsiMessageBox(asked.handle(), "Please close", MB_OKCANCEL, &answer) == 0 && answer == IDOK &&
-                CoreMSITest(asked.handle(), "Close it") == 0 && TestSession::messageCount() == 2 &&
-                TestSession::lastMessage() == "Close it" && CoreMSITest(0, "hello") == 0 &&
-                watch.caption() == "MRV4 CoreMSITest" && watch.count() == 1);
     const std::string path = zk::systemDirectory() + "\\msvcp60.dll", backup = path + ".zk-backup",
                       op = "CoreCheckWindowsFileProtection, ";
     ASSERT_TRUE(MoveFileExA(path.c_str(), backup.c_str(), MOVEFILE_REPLACE_EXISTING));
@@ -72,14 +66,17 @@ TEST(Checks, QuestionsSessionsVersionsAndRuntimeFiles) {
         DeleteFileA(path.c_str()) || RemoveDirectoryA(path.c_str());
     }
     MoveFileExA(backup.c_str(), path.c_str(), MOVEFILE_REPLACE_EXISTING);
-    EXPECT_TRUE(
-        got[0] == 0 && got[1] == 2 && got[2] == 0 &&
-        log.hasInOrder({"Trace in msiWrapper::getPropStrVal, msiWrapper::getPropStrVal - szValueBuf: "
-                        "7\\r\\nCoreInstall >> OUT\\x07",
-                        "Trace in internalMsiMessageBox, internalMsiMessageBox - strMessage: silent question",
-                        "Trace in CoreMSITest, MessageBox displayed, Msg=hello",
-                        "Warn in " + op + ", There is no file <" + path + "> exist - so assumed not protected"}) &&
-        log.contains("Err in " + op + "getFileVersion() on " + path + " failed, err=0x"))
+    EXPECT_TRUE(got[0] == 0 && got[1] == 2 && got[2] == 0 &&
+                w.internalMsiMessageBox(asked.handle(), "Please close", MB_OKCANCEL, &answer) == 0 && answer == IDOK &&
+                CoreMSITest(asked.handle(), "Close it") == 0 && TestSession::messageCount() == 2 &&
+                TestSession::lastMessage() == "Close it" && CoreMSITest(0, "hello") == 0 &&
+                watch.caption() == "MRV4 CoreMSITest" && watch.count() == 1 &&
+                log.hasInOrder({"Trace in msiWrapper::getPropStrVal, msiWrapper::getPropStrVal - szValueBuf: "
+                                "7\\r\\nCoreInstall >> OUT\\x07",
+                                "Trace in internalMsiMessageBox, internalMsiMessageBox - strMessage: silent question",
+                                "Warn in " + op + ", There is no file <" + path + "> exist - so assumed not protected",
+                                "Trace in CoreMSITest, MessageBox displayed, Msg=hello"}) &&
+                log.contains("Err in " + op + "getFileVersion() on " + path + " failed, err=0x"))
         << text << value << silent << answer << got[0] << got[1] << got[2] << log.dump();
 }
 
