@@ -2,7 +2,6 @@
 // security-module registration (a recording modutil stand-in, questions
 // answered through the installer's external UI) and the process test.
 #include "msi/TestBed.h"
-#include "config/BrowserModules.h"
 #include "config/RangeTable.h"
 #include "system/ProcessRunning.h"
 

@@ -4,7 +4,6 @@
 #include "msi/TestBed.h"
 #include "support/MessageBoxWatch.h"
 #include "msi/PreInstallChecks.h"
-#include "msi/msiWrapper.h"
 
 namespace {
 

@@ -7,6 +7,7 @@
 #include <fstream>
 #include <sstream>
 
+#include "config/BrowserModules.h"
 #include "frame/Exports.h"
 #include "support/TestLog.h"
 #include "support/TestProcess.h"
