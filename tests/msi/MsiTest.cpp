@@ -10,8 +10,7 @@ namespace {
 const char *k39 = "{A3C1D5E7-2B4F-4C6D-8E9F-0A1B2C3D4E39}", *k350 = "{6B0D2F17-94C3-4A8E-B215-0E7F3D9C5A61}",
            *k450 = "{A3C1D5E7-2B4F-4C6D-8E9F-0A1B2C3D4E45}", *kNoFiles = "{A3C1D5E7-2B4F-4C6D-8E9F-0A1B2C3D4E00}",
            *kAbsent = "{0D6E3A41-9B27-4C58-A1F0-7E2D4B6C8A93}", *kUpgrade = "{5D8C2B14-7E3A-4F91-B06D-2C4E8A1F3B57}";
-const std::string kRoot = "C:\\Program Files\\ZK Test MRV\\",
-                  kExec = "Trace in msiWrapper::executeDb, executeDb: ", kTmp = env("TEMP") + "\\";
+const std::string kRoot = "C:\\Program Files\\ZK Test MRV\\", kExec = "Trace in msiWrapper::executeDb, executeDb: ";
 
 // msi.dll is bound at run time, so the program also starts where it is disabled.
 const auto state = reinterpret_cast<int(WINAPI*)(LPCSTR)>(
@@ -40,7 +39,7 @@ TEST(Checks, QuestionsSessionsVersionsAndRuntimeFiles) {
     std::string text;
     DWORD value = 0;
     int silent = 99, answer = 99;
-    UINT result = 7;
+    UINT result = 7, got[] = {9, 9, 9};               // the runtime files: our DLL in place, nothing, a folder
     s.set("ZK_TEXT", "7\r\nCoreInstall >> OUT\x07");  // control characters are logged as escapes, in one line
     LogCapture log;
     MessageBoxWatch watch(IDOK);  // no session: a window box, answered OK (1) and logged as shown
@@ -58,8 +57,7 @@ TEST(Checks, QuestionsSessionsVersionsAndRuntimeFiles) {
     const std::string path = zk::systemDirectory() + "\\msvcp60.dll", backup = path + ".zk-backup",
                       op = "CoreCheckWindowsFileProtection, ";
     ASSERT_TRUE(MoveFileExA(path.c_str(), backup.c_str(), MOVEFILE_REPLACE_EXISTING));
-    UINT got[] = {9, 9, 9};  // our DLL in its place, nothing, a folder (there but not readable: an error, not a gap)
-    for (int i : {0, 1, 2}) {
+    for (int i : {0, 1, 2}) {  // a folder is there but not readable: an error, not a gap
         i ? i == 2 && CreateDirectoryA(path.c_str(), nullptr) : CopyFileA(env("ZK_DLL").c_str(), path.c_str(), FALSE);
         CoreCheckWindowsFileProtection(0, i == 1 ? nullptr : "x", &got[i]);
         DeleteFileA(path.c_str()) || RemoveDirectoryA(path.c_str());
@@ -114,10 +112,10 @@ TEST(Products, DiscoveryEditsAndRemoval) {
     // (an entry of another product is passed over), then the package cache.
     const std::string key = "SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Installer\\LocalPackages",
                       entry = key + "\\0000000000000000000000000ZKTEST",
-                      listed = copy("nofiles.msi", kTmp + "zk-listed.msi"),
+                      listed = copy("nofiles.msi", kRoot + "zk-listed.msi"),
                       inCache = copy("nofiles.msi", "C:\\windows\\Installer\\zk-cache.msi");
     ASSERT_FALSE(keyExists(HKEY_LOCAL_MACHINE, key)) << "the prefix has LocalPackages of its own";
-    writeString(HKEY_LOCAL_MACHINE, entry, "S-1-5-18", copy("mrv450.msi", kTmp + "zk-decoy.msi"));
+    writeString(HKEY_LOCAL_MACHINE, entry, "S-1-5-18", copy("mrv450.msi", kRoot + "zk-decoy.msi"));
     const std::string cached = w.getLocalPackage(k450).at(0);
     writeString(HKEY_LOCAL_MACHINE, entry, "S-1-5-18", listed);
     EXPECT_TRUE(w.getLocalPackage(kNoFiles) == zk::StringList{listed} &&
@@ -134,7 +132,7 @@ TEST(Products, DiscoveryEditsAndRemoval) {
     SetFileAttributesA(fixed.c_str(), FILE_ATTRIBUTE_READONLY);
     EXPECT_TRUE(
         w.oldMRVModifyPackage(listed) == ERROR_BAD_QUERY_SYNTAX &&
-        w.MRV_3_50_CustomAction(copy("mrv350.msi", kTmp + "zk-350.msi")) == 0 && w.oldMRVModifyPackage(cached) == 0 &&
+        w.MRV_3_50_CustomAction(copy("mrv350.msi", kRoot + "zk-350.msi")) == 0 && w.oldMRVModifyPackage(cached) == 0 &&
         w.msiUnInstallProduct(k450) == 0 && fs::exists(kRoot + "4.50\\bvsup.sys") &&
         !fs::exists(kRoot + "4.50\\readme.txt") && w.msiRemoveNewerVerCondition(kAbsent) == 0 &&
         (GetFileAttributesA(fixed.c_str()) & FILE_ATTRIBUTE_READONLY) == 0 && state(k350) == 5 &&
@@ -148,8 +146,7 @@ TEST(Products, DiscoveryEditsAndRemoval) {
              kExec + "DELETE FROM `LaunchCondition` WHERE `LaunchCondition`.`Condition`='NOT(NEWER_VERSION_EXISTS)' "
                      "rv:0x0"}))
         << log.dump();
-    for (const std::string& file : {kTmp + "zk-decoy.msi", listed, inCache, kTmp + "zk-350.msi"})
-        DeleteFileA(file.c_str());
+    DeleteFileA(inCache.c_str());  // the other copies go with the releases' folder
 
     // Vista and later leave older releases to the package's upgrade; NT4 and 9x remove in turn without edits, 9x
     // stopping at a failure.
