@@ -102,8 +102,7 @@ TEST(Config, InstalledThenRemoved) {
     clean();
     SetEnvironmentVariableA("ZK_MODUTIL_RECORD", kRecord.c_str());
     const std::string app = kShared + "DuoStore Partition\\DuoStorePartition.exe",
-                      more = " GENERAL\\Foreign Install\\Reboot", modutil = kShared + "modutil\\modutil.exe",
-                      op = "pkcs11_netscape_update_new, ";
+                      more = " GENERAL\\Foreign Install\\Reboot", modutil = kShared + "modutil\\modutil.exe";
     const std::string dirs[] = {
         kData + "Mozilla\\Firefox\\Profiles\\abc.default", kData + "Mozilla\\Firefox\\Profiles\\my old profile",
         kData + "Mozilla\\Profiles\\default\\x1y2.slt", kData + "Netscape\\Mozilla\\nets.default"};
@@ -145,10 +144,10 @@ TEST(Config, InstalledThenRemoved) {
         EXPECT_FALSE(keyExists(HKEY_LOCAL_MACHINE, kKey + gone)) << gone;
     for (const char* gone : {"Mozilla", "Netscape\\Mozilla"}) fs::remove_all(kData + gone);
     EXPECT_TRUE(PKIInstall(session.handle()) == 0 && zk::browserName("D:\\P\\secmod.db") == "Mozilla Firefox" &&
-                log.hasInOrder({"Warn in " + op + "data base file gone, skipped: " + dirs[0] + "\\secmod.db",
-                                "Err in " + op +
-                                    "pkcs11_netscape_update_new: No data base file 'secmod.db' was "
-                                    "found..."}))
+                log.hasInOrder(
+                    {"Warn in pkcs11_netscape_update_new, data base file gone, skipped: " + dirs[0] + "\\secmod.db",
+                     "Err in pkcs11_netscape_update_new, pkcs11_netscape_update_new: No data base file 'secmod.db' was "
+                     "found..."}))
         << log.dump();
     clean();
 }

@@ -54,8 +54,7 @@ TEST(Checks, QuestionsSessionsVersionsAndRuntimeFiles) {
                 zk::isUncompatibleVersion(4, 50, 4, 50) && !zk::isUncompatibleVersion(4, 51, 4, 50));
     deleteTree(HKEY_LOCAL_MACHINE, "Software\\Brevant");
     TestSession asked(TestSession::Ui::Scripted, IDOK);  // an answer passed through: OK
-    const std::string path = zk::systemDirectory() + "\\msvcp60.dll", backup = path + ".zk-backup",
-                      op = "CoreCheckWindowsFileProtection, ";
+    const std::string path = zk::systemDirectory() + "\\msvcp60.dll", backup = path + ".zk-backup";
     ASSERT_TRUE(MoveFileExA(path.c_str(), backup.c_str(), MOVEFILE_REPLACE_EXISTING));
     for (int i : {0, 1, 2}) {  // a folder is there but not readable: an error, not a gap
         i ? i == 2 && CreateDirectoryA(path.c_str(), nullptr) : CopyFileA(env("ZK_DLL").c_str(), path.c_str(), FALSE);
@@ -71,9 +70,10 @@ TEST(Checks, QuestionsSessionsVersionsAndRuntimeFiles) {
                 log.hasInOrder({"Trace in msiWrapper::getPropStrVal, msiWrapper::getPropStrVal - szValueBuf: "
                                 "7\\r\\nCoreInstall >> OUT\\x07",
                                 "Trace in internalMsiMessageBox, internalMsiMessageBox - strMessage: silent question",
-                                "Warn in " + op + ", There is no file <" + path + "> exist - so assumed not protected",
+                                "Warn in CoreCheckWindowsFileProtection, , There is no file <" + path +
+                                    "> exist - so assumed not protected",
                                 "Trace in CoreMSITest, MessageBox displayed, Msg=hello"}) &&
-                log.contains("Err in " + op + "getFileVersion() on " + path + " failed, err=0x"))
+                log.contains("Err in CoreCheckWindowsFileProtection, getFileVersion() on " + path + " failed, err=0x"))
         << text << value << silent << answer << got[0] << got[1] << got[2] << log.dump();
 }
 
