@@ -156,9 +156,8 @@ TEST(ProcessRunning, WholeImageNameWithoutRegardToCase) {
     const std::string self = "CONFIG_MSI_TESTS.EXE";  // this program's image, in capitals
     const bool psapi = env("ZK_NO_PSAPI").empty();    // without it the answer is 0
     LogCapture log;
-    EXPECT_TRUE(zk::isProcessRunning(self.c_str()) + zk::isProcessRunning(("x" + self).c_str()) +
-                        zk::isProcessRunning("") + zk::isProcessRunning(nullptr) ==
-                    (psapi ? 1 : 0) &&
+    EXPECT_TRUE(zk::isProcessRunning(self.c_str()) == psapi && !zk::isProcessRunning(("x" + self).c_str()) &&
+                !zk::isProcessRunning("") && !zk::isProcessRunning(nullptr) &&
                 log.has(psapi ? "::isProcessRunning: entry <time>  , process: " + self
                               : "Err in ::isProcessRunning, cannot open PSAPI.DLL"))
         << log.dump();

@@ -48,8 +48,7 @@ TEST(Checks, QuestionsSessionsVersionsAndRuntimeFiles) {
                 text == "7\r\nCoreInstall >> OUT\x07" && value == 7 &&
                 w.internalMsiMessageBox(s.handle(), "silent question", MB_OKCANCEL, &silent) == 1602 && silent == 0 &&
                 CoreCheckSessions(0, &result) == 0 && result == 0 &&
-                readDword(HKEY_LOCAL_MACHINE, kFlagKey, "AdminPriv") ==
-                    (expectedWinver() == "winxp" ? std::nullopt : std::optional<DWORD>(1)) &&
+                readDword(HKEY_LOCAL_MACHINE, kFlagKey, "AdminPriv").value_or(0) == (expectedWinver() != "winxp") &&
                 !zk::isUncompatibleVersion(3, 9, 4, 5) && zk::isUncompatibleVersion(3, 4, 4, 5) &&
                 zk::isUncompatibleVersion(4, 50, 4, 50) && !zk::isUncompatibleVersion(4, 51, 4, 50));
     deleteTree(HKEY_LOCAL_MACHINE, "Software\\Brevant");
