@@ -2,7 +2,6 @@
 // security-module registration (a recording modutil stand-in, questions
 // answered through the installer's external UI) and the process test.
 #include "msi/TestBed.h"
-#include "config/BrowserModules.h"
 #include "config/RangeTable.h"
 #include "system/ProcessRunning.h"
 
@@ -80,10 +79,9 @@ TEST(Config, ReadersOverwriteOnlyWithValidProperties) {
             log.count("updateBrowserModules: entry <time>  add=1") == !storesOnly)
             << reader << log.dump();
     }
-    const zk::RangeDecision high = zk::applyRange("PROP_SINGLELOGONTO", 10001), other = zk::applyRange("PROP_X", 12),
-                            unset = zk::applyRange("PROP_X", zk::kNotSet);
-    EXPECT_TRUE(high.rangeFail && high.value == 0 && other.bUpdateExisting && other.value == 12 &&
-                !unset.bUpdateExisting && !unset.rangeFail);
+    const zk::RangeDecision high = zk::applyRange("PROP_SINGLELOGONTO", 10001);
+    EXPECT_TRUE(high.rangeFail && high.value == 0 && zk::applyRange("PROP_X", 12).bUpdateExisting &&
+                !zk::applyRange("PROP_X", zk::kNotSet).bUpdateExisting);
 }
 
 // Answers the installer's questions: Cancel to the `g_cancel`th, OK to the others; removes the first profile while the
@@ -104,11 +102,10 @@ TEST(Config, InstalledThenRemoved) {
     clean();
     SetEnvironmentVariableA("ZK_MODUTIL_RECORD", kRecord.c_str());
     const std::string app = kShared + "DuoStore Partition\\DuoStorePartition.exe",
-                      more = " GENERAL\\Foreign Install\\Reboot", modutil = kShared + "modutil\\modutil.exe",
-                      op = "pkcs11_netscape_update_new, ";
-    const Rows dirs = {kData + "Mozilla\\Firefox\\Profiles\\abc.default",
-                       kData + "Mozilla\\Firefox\\Profiles\\my old profile",
-                       kData + "Mozilla\\Profiles\\default\\x1y2.slt", kData + "Netscape\\Mozilla\\nets.default"};
+                      more = " GENERAL\\Foreign Install\\Reboot", modutil = kShared + "modutil\\modutil.exe";
+    const std::string dirs[] = {
+        kData + "Mozilla\\Firefox\\Profiles\\abc.default", kData + "Mozilla\\Firefox\\Profiles\\my old profile",
+        kData + "Mozilla\\Profiles\\default\\x1y2.slt", kData + "Netscape\\Mozilla\\nets.default"};
     for (const std::string& file : {app, dirs[0] + "\\secmod.db", dirs[1] + "\\secmod.db", dirs[2] + "\\secmod.db"})
         touch(file);
     TestSession session;
@@ -124,10 +121,8 @@ TEST(Config, InstalledThenRemoved) {
         log.hasInOrder({"Err in getModutilPath: Modutil.exe path not valid!!!!!",
                         "Warn in findFiles, Netscape: dir path NOT valid."}))
         << values(kNames) << log.dump();
-    touch(dirs[3] + "\\secmod.db");
-    fs::create_directories(kShared + "modutil");
+    for (const std::string& file : {dirs[3] + "\\secmod.db", modutil}) touch(file);  // the tool copied over
     ASSERT_TRUE(CopyFileA((env("ZK_FIXTURES") + "\\modutil\\modutil.exe").c_str(), modutil.c_str(), FALSE));
-    EXPECT_EQ(PKIInstall(session.handle()), 0u);
     std::string commands, asked;  // as the stand-in records them, one line each
     for (int i : {0, 1, 2, 3, 12, 13})
         commands +=
@@ -137,22 +132,21 @@ TEST(Config, InstalledThenRemoved) {
     for (const char* b : {"Mozilla", "Mozilla", "Mozilla", "Netscape"})
         asked += std::string("Zenkey Keyhub installer will update your ") + b + " browser. Please close your " + b +
                  " browser, wait few seconds, and press Ok. Press Cancel to skip update.\n";
-    EXPECT_EQ(g_asked, asked);
+    EXPECT_TRUE(PKIInstall(session.handle()) == 0 && g_asked == asked) << g_asked;
 
     writeString(HKEY_LOCAL_MACHINE, kKey + "CertStore", "RemoveFromTokenOnRemoveFromStoreTemplates", "T");
     values(more, 1);
     g_asked.clear(), g_count = 0, g_cancel = 2;
-    EXPECT_TRUE(PKIRemove(session.handle()) == 0 &&
+    EXPECT_TRUE(PKIRemove(session.handle()) == 0 && readFileFrom(kRecord, 0) == commands && g_count == 4 &&
                 values(kNames + more) == "- - - - - - - - - - - - - - - - - - - - - 1 1");
     for (const char* gone : {"InitApp", "CertStore", "PQ", "CAPI", "zkPropsApps"})
         EXPECT_FALSE(keyExists(HKEY_LOCAL_MACHINE, kKey + gone)) << gone;
-    EXPECT_TRUE(readFileFrom(kRecord, 0) == commands && g_count == 4);
     for (const char* gone : {"Mozilla", "Netscape\\Mozilla"}) fs::remove_all(kData + gone);
     EXPECT_TRUE(PKIInstall(session.handle()) == 0 && zk::browserName("D:\\P\\secmod.db") == "Mozilla Firefox" &&
-                log.hasInOrder({"Warn in " + op + "data base file gone, skipped: " + dirs[0] + "\\secmod.db",
-                                "Err in " + op +
-                                    "pkcs11_netscape_update_new: No data base file 'secmod.db' was "
-                                    "found..."}))
+                log.hasInOrder(
+                    {"Warn in pkcs11_netscape_update_new, data base file gone, skipped: " + dirs[0] + "\\secmod.db",
+                     "Err in pkcs11_netscape_update_new, pkcs11_netscape_update_new: No data base file 'secmod.db' was "
+                     "found..."}))
         << log.dump();
     clean();
 }
@@ -161,9 +155,8 @@ TEST(ProcessRunning, WholeImageNameWithoutRegardToCase) {
     const std::string self = "CONFIG_MSI_TESTS.EXE";  // this program's image, in capitals
     const bool psapi = env("ZK_NO_PSAPI").empty();    // without it the answer is 0
     LogCapture log;
-    EXPECT_TRUE(zk::isProcessRunning(self.c_str()) + zk::isProcessRunning(("x" + self).c_str()) +
-                        zk::isProcessRunning("") + zk::isProcessRunning(nullptr) ==
-                    (psapi ? 1 : 0) &&
+    EXPECT_TRUE(zk::isProcessRunning(self.c_str()) == psapi && !zk::isProcessRunning(("x" + self).c_str()) &&
+                !zk::isProcessRunning("") && !zk::isProcessRunning(nullptr) &&
                 log.has(psapi ? "::isProcessRunning: entry <time>  , process: " + self
                               : "Err in ::isProcessRunning, cannot open PSAPI.DLL"))
         << log.dump();

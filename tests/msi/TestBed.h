@@ -7,6 +7,7 @@
 #include <fstream>
 #include <sstream>
 
+#include "config/BrowserModules.h"
 #include "frame/Exports.h"
 #include "support/TestLog.h"
 #include "support/TestProcess.h"
@@ -14,5 +15,4 @@
 #include "support/TestSession.h"
 
 using namespace zktest;
-using Rows = std::vector<std::string>;
 namespace fs = std::filesystem;
