@@ -12,35 +12,28 @@ namespace zktest {
 class MessageBoxWatch {
 public:
     explicit MessageBoxWatch(int answer) : hook_(SetWindowsHookExA(WH_CBT, onActivate, nullptr, GetCurrentThreadId())) {
-        state() = {answer, 0, "", nullptr};
+        answer_ = answer, count_ = 0, caption_.clear(), box_ = nullptr;
     }
     ~MessageBoxWatch() { UnhookWindowsHookEx(hook_); }
     MessageBoxWatch(const MessageBoxWatch&) = delete;
     MessageBoxWatch& operator=(const MessageBoxWatch&) = delete;
-    std::string caption() const { return state().caption; }  // of the last box
-    int count() const { return state().count; }
+    std::string caption() const { return caption_; }  // of the last box
+    int count() const { return count_; }
 
 private:
-    struct State {
-        int answer, count;
-        std::string caption;
-        HWND box;
-    };
-    static State& state() {
-        static State s;
-        return s;
-    }
+    static inline int answer_ = 0, count_ = 0;
+    static inline std::string caption_;
+    static inline HWND box_ = nullptr;
     static LRESULT CALLBACK onActivate(int code, WPARAM wParam, LPARAM lParam) {
         const HWND window = reinterpret_cast<HWND>(wParam);
         char text[256] = {};
-        State& s = state();
-        if (code == HCBT_ACTIVATE && window != s.box && GetClassNameA(window, text, sizeof text) &&
+        if (code == HCBT_ACTIVATE && window != box_ && GetClassNameA(window, text, sizeof text) &&
             std::string(text) == "#32770") {
-            s.box = window;
-            ++s.count;
+            box_ = window;
+            ++count_;
             GetWindowTextA(window, text, sizeof text);
-            s.caption = text;
-            PostMessageA(window, WM_COMMAND, s.answer, 0);
+            caption_ = text;
+            PostMessageA(window, WM_COMMAND, answer_, 0);
         }
         return CallNextHookEx(nullptr, code, wParam, lParam);
     }
