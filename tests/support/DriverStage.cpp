@@ -6,12 +6,11 @@
 #include <shlwapi.h>
 
 #include <algorithm>
-#include <fstream>
-#include <iterator>
 #include <sstream>
 
 #include "frame/Win32.h"
 #include "support/TestDevices.h"
+#include "support/TestLog.h"
 #include "support/TestProcess.h"
 #include "support/TestRegistry.h"
 
@@ -19,11 +18,6 @@ namespace zktest {
 namespace {
 const char* const kNames[] = {"bvsifdh", "bvsup", "zKSCFLT"};
 const char* const kClassKey = "SYSTEM\\CurrentControlSet\\Control\\Class\\{50DD5230-BA8A-11D1-BF5D-0000F805F530}";
-
-std::string readAll(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
 
 std::vector<std::string> filesIn(const std::string& folder, const std::string& pattern) {
     std::vector<std::string> names;
@@ -39,7 +33,7 @@ std::vector<std::string> filesIn(const std::string& folder, const std::string& p
 void deleteCopiesOf(const std::string& folder, const std::string& pattern, const std::vector<std::string>& contents,
                     bool pnf = false) {
     for (const auto& name : filesIn(folder, pattern)) {
-        const std::string path = folder + "\\" + name, bytes = readAll(path);
+        const std::string path = folder + "\\" + name, bytes = readFileFrom(path, 0);
         if (bytes.empty() || std::find(contents.begin(), contents.end(), bytes) == contents.end()) continue;
         DeleteFileA(path.c_str());
         if (pnf) DeleteFileA((path.substr(0, path.size() - 4) + ".pnf").c_str());
@@ -48,13 +42,11 @@ void deleteCopiesOf(const std::string& folder, const std::string& pattern, const
 
 void deleteServices() {
     zk::ServiceHandle scm(OpenSCManagerA(nullptr, nullptr, SC_MANAGER_ALL_ACCESS));
-    for (const char* name : kNames) {
-        zk::ServiceHandle svc(OpenServiceA(scm.get(), name, SERVICE_ALL_ACCESS));
-        SERVICE_STATUS status;
-        if (!svc) continue;
-        ControlService(svc.get(), SERVICE_CONTROL_STOP, &status);
-        DeleteService(svc.get());
-    }
+    for (const char* name : kNames)
+        if (zk::ServiceHandle svc{OpenServiceA(scm.get(), name, SERVICE_ALL_ACCESS)}) {
+            SERVICE_STATUS status;
+            ControlService(svc.get(), SERVICE_CONTROL_STOP, &status), DeleteService(svc.get());
+        }
 }
 
 // Cuts "zKSCFLT" out of the reader class "UpperFilters"; drops the value when
@@ -86,9 +78,9 @@ void DriverStage::placeCatalog(const std::string& name, const std::string& fixtu
 
 std::vector<std::string> DriverStage::installedInfCopies(const std::string& infName) {
     std::vector<std::string> copies;
-    const std::string wanted = readAll(fixture("package\\" + infName));
+    const std::string wanted = readFileFrom(fixture("package\\" + infName), 0);
     for (const auto& name : filesIn(infFolder(), "*.inf"))
-        if (readAll(infFolder() + "\\" + name) == wanted) copies.push_back(name);
+        if (readFileFrom(infFolder() + "\\" + name, 0) == wanted) copies.push_back(name);
     return copies;
 }
 
@@ -121,10 +113,10 @@ void DriverStage::cleanUp() {
     // The filter INF creates the reader class key; an empty one goes again.
     if (!classKeyExisted_) SHDeleteEmptyKeyA(HKEY_LOCAL_MACHINE, kClassKey);
 
-    std::vector<std::string> infs, cats{readAll(fixture("extra\\zkextra.cat"))};
+    std::vector<std::string> infs, cats{readFileFrom(fixture("extra\\zkextra.cat"), 0)};
     for (const char* name : kNames) {
-        infs.push_back(readAll(fixture(std::string("package\\") + name + ".inf")));
-        cats.push_back(readAll(fixture(std::string("package\\") + name + ".cat")));
+        infs.push_back(readFileFrom(fixture(std::string("package\\") + name + ".inf"), 0));
+        cats.push_back(readFileFrom(fixture(std::string("package\\") + name + ".cat"), 0));
         const std::string installed = driversFolder() + "\\" + name + ".sys";
         DeleteFileA(installed.c_str());
         RemoveDirectoryA(installed.c_str());  // a test may block the name with a folder
