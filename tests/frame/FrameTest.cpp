@@ -41,13 +41,11 @@ TEST(Versions, FlagsPlatformAndInstaller) {
     // Read once, then consumed; a setting is deleted.
     EXPECT_TRUE(value == 1 && again == 0 && !readDword(HKEY_LOCAL_MACHINE, kKey, "UpgradeExecuting")) << value << again;
     // A volatile key takes no ordinary sub-key: the flag key cannot be made.
-    deleteTree(HKEY_LOCAL_MACHINE, "Software\\Brevant");
-    createVolatileKey(HKEY_LOCAL_MACHINE, "Software\\Brevant\\Zenkey\\MIDDLEWARE");
+    deleteTree(HKLM, "Software\\Brevant"), createVolatileKey(HKLM, "Software\\Brevant\\Zenkey\\MIDDLEWARE");
     EXPECT_TRUE(checkCoreFlags("Reboot", value) == ERROR_CHILD_MUST_BE_VOLATILE && value == (old ? 2u : 0u)) << value;
     for (auto write : {+[] { markReboot(true); }, +[] { markCoreFlag("X", 1); }}) EXPECT_THROW(write(), BVS::Exception);
-    deleteTree(HKEY_LOCAL_MACHINE, "Software\\Brevant");
     // The running system, then each platform; the frame takes what they raise.
-    runAction({"New", true}, [] { return getCoreInstallerForPlatform(), 0u; });
+    deleteTree(HKLM, "Software\\Brevant"), runAction({"New", true}, [] { return getCoreInstallerForPlatform(), 0u; });
     for (int p : {0, 3, 4, 5, 6, 9}) runAction({"New", true}, [p] { return getCoreInstallerForPlatform(p), 0u; });
     const std::string raise = "Error - EXCEPTION - coreThrow: ", is = "Platform detected: ",
                       ok = "Win2KCoreInstaller::installerInit(): exit  bInitOK:1",
@@ -81,7 +79,6 @@ TEST(Frame, ResultsLogsAndEveryEntry) {
         runAction({"H", true}, [] { return SetLastError(6), checkHandle(INVALID_HANDLE_VALUE, ""), 0u; }),
         runAction({"P", true}, [] { return SetLastError(14), checkPointer(nullptr, ""), 0u; })};
     EXPECT_EQ(got, std::vector<uint32_t>({7, 0, 5, 1602, 1605, 1603, 0x80090020, 87, 5, 6, 14}));
-    DeleteFileA(kCopy.c_str());
     EXPECT_LOG(log, "Act << IN <time>", kCopy + " version:" + env("ZK_VERSION"), "Soft EXCEPTION: 0x6ba",
                "Hard EXCEPTION: 0x5", "Cancel EXCEPTION - return UserExit", "Bare EXCEPTION: 0x645",
                "Odd EXCEPTION (...)", "Odd >> OUT, rv = 0x643", "Err in Core, e.code(): result=2148073504");
@@ -95,7 +92,7 @@ TEST(Frame, ResultsLogsAndEveryEntry) {
     using Any = UINT(WINAPI*)(uintptr_t, uintptr_t, uintptr_t, uintptr_t, uintptr_t, uintptr_t, uintptr_t, uintptr_t);
     HWND window = CreateWindowA("STATIC", "", 0, 0, 0, 10, 10, nullptr, nullptr, nullptr, nullptr);
     dll.get<void(WINAPI*)(uintptr_t)>("CoreSetWinLog")(reinterpret_cast<uintptr_t>(window));
-    writeDword(HKEY_LOCAL_MACHINE, kKey, "Rollback", 1), log = LogCapture();
+    DeleteFileA(kCopy.c_str()), writeDword(HKLM, kKey, "Rollback", 1), log = LogCapture();
     std::vector<std::string> want;
     std::istringstream exports(
         "CoreCheckRollback CoreInstall CoreUninstall CoreRepair CoreRollback CoreRegCleanup "
