@@ -14,14 +14,10 @@ namespace {
 class StandInInstall : public ::testing::Environment {
 public:
     void SetUp() override {
-        target_ = zk::systemDirectory() + "\\winscard.dll";
-        backup_ = target_ + ".zkorig";
-        retired_ = target_ + ".zkstandin";
         DeleteFileA(retired_.c_str());  // left mapped by an earlier run
+        // The first run keeps the prefix's own library; CopyFileA refuses to overwrite that copy.
+        CopyFileA(target_.c_str(), backup_.c_str(), TRUE);
         const std::string standIn = env("ZK_FIXTURES") + "\\doubles\\winscard.dll";
-        if (GetFileAttributesA(backup_.c_str()) == INVALID_FILE_ATTRIBUTES) {
-            ASSERT_TRUE(CopyFileA(target_.c_str(), backup_.c_str(), TRUE)) << GetLastError();
-        }
         ASSERT_TRUE(CopyFileA(standIn.c_str(), target_.c_str(), FALSE)) << GetLastError();
     }
     void TearDown() override {
@@ -32,9 +28,8 @@ public:
     }
 
 private:
-    std::string target_;
-    std::string backup_;
-    std::string retired_;
+    const std::string target_ = zk::systemDirectory() + "\\winscard.dll", backup_ = target_ + ".zkorig",
+                      retired_ = target_ + ".zkstandin";
 };
 
 const bool registered = [] {

@@ -51,9 +51,8 @@ std::string registerDevice(const char* name, DWORD flags, const std::string& har
 std::string TestDevices::addReader(const std::string& hardwareId, bool driver) {
     made_.push_back(registerDevice("SmartCardReader", DICD_GENERATE_ID, hardwareId, {}));
     const std::string inf = DriverStage::fixture("package\\bvsifdh.inf");
-    BOOL reboot = FALSE;
     require(!driver || UpdateDriverForPlugAndPlayDevicesA(nullptr, hardwareId.c_str(), inf.c_str(), INSTALLFLAG_FORCE,
-                                                          &reboot),
+                                                          nullptr),
             "UpdateDriverForPlugAndPlayDevicesA");
     return made_.back();
 }

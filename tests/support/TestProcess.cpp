@@ -1,7 +1,5 @@
 #include "support/TestProcess.h"
 
-#include <vector>
-
 #include "frame/Win32.h"
 
 namespace zktest {
@@ -13,13 +11,11 @@ ProcessResult runProcess(const std::string& commandLine) {
     if (!CreatePipe(readEnd.put(), writeEnd.put(), &sa, 0)) return result;
     SetHandleInformation(readEnd.get(), HANDLE_FLAG_INHERIT, 0);
     STARTUPINFOA si = {};
-    si.cb = sizeof si;
-    si.dwFlags = STARTF_USESTDHANDLES;
+    si.cb = sizeof si, si.dwFlags = STARTF_USESTDHANDLES, si.hStdInput = GetStdHandle(STD_INPUT_HANDLE);
     si.hStdOutput = si.hStdError = writeEnd.get();
-    si.hStdInput = GetStdHandle(STD_INPUT_HANDLE);
     PROCESS_INFORMATION pi = {};
-    std::vector<char> line(commandLine.c_str(), commandLine.c_str() + commandLine.size() + 1);
-    const BOOL started = CreateProcessA(nullptr, line.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &si, &pi);
+    std::string line = commandLine;  // CreateProcessA may write into the command line
+    const BOOL started = CreateProcessA(nullptr, &line[0], nullptr, nullptr, TRUE, 0, nullptr, nullptr, &si, &pi);
     writeEnd.reset();  // the child holds the only write end: reading ends with it
     if (!started) return result;
     zk::KernelHandle process(pi.hProcess), thread(pi.hThread);
