@@ -5,6 +5,8 @@
 
 #include <string>
 
+#include "frame/Win32.h"
+
 namespace zktest {
 
 // Value of an environment variable set by CTest ("" when unset).
@@ -30,21 +32,13 @@ inline ProcessResult runRunner(const std::string& arguments) {
 // Loads the built zKCoreInst.dll and looks up its exports.
 class ExportLibrary {
 public:
-    ExportLibrary() : module_(LoadLibraryA(env("ZK_DLL").c_str())) {}
-    ~ExportLibrary() {
-        if (module_) FreeLibrary(module_);
-    }
-    ExportLibrary(const ExportLibrary&) = delete;
-    ExportLibrary& operator=(const ExportLibrary&) = delete;
-
-    HMODULE module() const { return module_; }
     template <class Fn>
     Fn get(const char* name) const {
-        return reinterpret_cast<Fn>(reinterpret_cast<void*>(GetProcAddress(module_, name)));
+        return reinterpret_cast<Fn>(reinterpret_cast<void*>(GetProcAddress(module_.get(), name)));
     }
 
 private:
-    HMODULE module_;
+    zk::Module module_{LoadLibraryA(env("ZK_DLL").c_str())};
 };
 
 }  // namespace zktest

@@ -17,18 +17,19 @@ inline std::string scardSvrBinary() { return "\"" + env("ZK_FIXTURES") + "\\doub
 class TestServices {
 public:
     ~TestServices() {
-        for (const std::string& name : created_) {
-            zk::ServiceHandle s = open(name, SERVICE_ALL_ACCESS);
-            SERVICE_STATUS status = {};  // (a service that is gone fails each call below)
-            // Gone for good before the next test registers the name again.
-            ControlService(s.get(), SERVICE_CONTROL_STOP, &status);
-            for (int i = 0;
-                 i < 100000 && QueryServiceStatus(s.get(), &status) && status.dwCurrentState != SERVICE_STOPPED; ++i) {
-            }
-            DeleteService(s.get());
-        }
+        for (const std::string& name : created_) remove(name);
+    }
+    // Stopped and deleted, gone for good before the name is registered again.
+    void remove(const std::string& name) const {
+        zk::ServiceHandle s = open(name, SERVICE_ALL_ACCESS);
+        SERVICE_STATUS status = {};  // (a service that is gone fails each call below)
+        ControlService(s.get(), SERVICE_CONTROL_STOP, &status);
+        for (int i = 0; i < 100000 && QueryServiceStatus(s.get(), &status) && status.dwCurrentState != SERVICE_STOPPED;)
+            ++i;
+        DeleteService(s.get());
     }
     void create(const std::string& name, const std::string& binary = scardSvrBinary()) {
+        remove(name);  // what an interrupted run left behind
         zk::ServiceHandle s(CreateServiceA(scm(), name.c_str(), name.c_str(), SERVICE_ALL_ACCESS,
                                            SERVICE_WIN32_OWN_PROCESS, SERVICE_DEMAND_START, SERVICE_ERROR_NORMAL,
                                            binary.c_str(), nullptr, nullptr, nullptr, nullptr, nullptr));
