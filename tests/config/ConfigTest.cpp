@@ -138,7 +138,9 @@ TEST(Config, InstalledThenRemoved) {
     values(more, 1);
     g_asked.clear(), g_count = 0, g_cancel = 2;
     EXPECT_TRUE(PKIRemove(session.handle()) == 0 && readFileFrom(kRecord, 0) == commands && g_count == 4 &&
-                values(kNames + more) == "- - - - - - - - - - - - - - - - - - - - - 1 1");
+                values(kNames + more) == "- - - - - - - - - - - - - - - - - - - - - 1 1" &&
+                log.has("Trace in removeClientSettings, deleted empty key MIDDLEWARE\\zkPropsApps"))
+        << log.dump();
     for (const char* gone : {"InitApp", "CertStore", "PQ", "CAPI", "zkPropsApps"})
         EXPECT_FALSE(keyExists(HKEY_LOCAL_MACHINE, kKey + gone)) << gone;
     for (const char* gone : {"Mozilla", "Netscape\\Mozilla"}) fs::remove_all(kData + gone);
